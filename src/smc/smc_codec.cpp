@@ -1,0 +1,148 @@
+// Decoding of SMC four-character codes and values. Pure functions, no allocation: the decoder
+// runs once per key on every refresh.
+#include <cstdio>
+#include <cstring>
+
+#include "corvane/smc/smc.h"
+
+namespace {
+
+constexpr uint32_t fourCC(const char (&code)[5]) {
+  return (static_cast<uint32_t>(static_cast<unsigned char>(code[0])) << 24) |
+         (static_cast<uint32_t>(static_cast<unsigned char>(code[1])) << 16) |
+         (static_cast<uint32_t>(static_cast<unsigned char>(code[2])) << 8) |
+         static_cast<uint32_t>(static_cast<unsigned char>(code[3]));
+}
+
+// Only the bytes a value record can hold are ever read, whatever size the SMC reported.
+constexpr uint32_t kMaxBytes = sizeof(SMCValue::bytes);
+
+uint32_t unsignedBigEndian(const unsigned char* bytes, uint32_t size) {
+  uint32_t total = 0;
+  if (size <= 4) {  // the common case: no byte wraps, so shifting in is the same sum
+    for (uint32_t i = 0; i < size; ++i) total = (total << 8) | bytes[i];
+    return total;
+  }
+  const uint32_t n = size < kMaxBytes ? size : kMaxBytes;
+  for (uint32_t i = 0; i < n; ++i) {
+    total += static_cast<uint32_t>(bytes[i]) << ((8 * (size - 1 - i)) % 32);
+  }
+  return total;
+}
+
+float unsigned16(const unsigned char* b, int fractionBits) {
+  const unsigned raw = (static_cast<unsigned>(b[0]) << 8) | b[1];
+  return static_cast<float>(static_cast<double>(raw) / static_cast<double>(1u << fractionBits));
+}
+
+float signed16(const unsigned char* b, int fractionBits) {
+  const auto raw = static_cast<int16_t>(static_cast<uint16_t>((b[0] << 8) | b[1]));
+  return static_cast<float>(static_cast<double>(raw) / static_cast<double>(1u << fractionBits));
+}
+
+}  // namespace
+
+extern "C" {
+
+uint32_t SMCConvertStringToNumber(const char* str, int size, int base) {
+  uint32_t total = 0;
+  for (int i = 0; i < size; ++i) {
+    const unsigned shift = static_cast<unsigned>(8 * (size - 1 - i)) % 32;
+    // With base 16 the byte is taken as a signed char, so a high byte sets the bits above it.
+    const uint32_t term = base == 16
+                              ? static_cast<uint32_t>(static_cast<int32_t>(static_cast<signed char>(str[i])))
+                              : static_cast<uint32_t>(static_cast<unsigned char>(str[i]));
+    total += term << shift;
+  }
+  return total;
+}
+
+int SMCConvertNumberToString(char* dst, uint32_t n) {
+  return std::snprintf(dst, 5, "%c%c%c%c", static_cast<char>(n >> 24), static_cast<char>(n >> 16),
+                       static_cast<char>(n >> 8), static_cast<char>(n));
+}
+
+float _strtof(const unsigned char* str, int size, int e) {
+  float total = 0;
+  for (int i = 0; i < size; ++i) {
+    if (i == size - 1) {
+      total += static_cast<float>(str[i] >> e);
+    } else {
+      total += static_cast<float>(static_cast<unsigned>(str[i])
+                                   << (static_cast<unsigned>((size - 1 - i) * (8 - e)) % 32));
+    }
+  }
+  // Only the two lowest fraction bits survive, in quarters: good for fpe2-style values only.
+  total += static_cast<float>(str[size - 1] & 0x03) * 0.25f;
+  return total;
+}
+
+float SMCConvertValueToNumber(SMCValue value) {
+  if (value.dataSize == 0) {
+    return 0.0f;
+  }
+  // Types compare as four characters plus the terminating NUL, so "ui8" never matches "ui8 ".
+  if (value.dataType[4] != '\0') {
+    return -1.0f;
+  }
+  uint32_t type;
+  std::memcpy(&type, value.dataType, 4);
+  type = (type >> 24) | ((type >> 8) & 0xFF00u) | ((type << 8) & 0xFF0000u) | (type << 24);
+  const unsigned char* b = value.bytes;
+
+  switch (type) {
+    case fourCC("ui8 "):
+    case fourCC("ui16"):
+    case fourCC("ui32"):
+      return static_cast<float>(unsignedBigEndian(b, value.dataSize));
+    default:
+      break;
+  }
+
+  switch (value.dataSize) {
+    case 4:
+      if (type == fourCC("flt ")) {
+        float f;  // host byte order, as the SMC hands it over
+        std::memcpy(&f, b, sizeof f);
+        return f;
+      }
+      return -1.0f;
+    case 1:
+      if (type == fourCC("si8 ")) {
+        return static_cast<float>(static_cast<signed char>(b[0]));
+      }
+      return -1.0f;
+    case 2:
+      switch (type) {
+        case fourCC("fp1f"): return unsigned16(b, 15);
+        case fourCC("fp4c"): return unsigned16(b, 12);
+        case fourCC("fp5b"): return unsigned16(b, 11);
+        case fourCC("fp6a"): return unsigned16(b, 10);
+        case fourCC("fp79"): return unsigned16(b, 9);
+        case fourCC("fp88"): return unsigned16(b, 8);
+        case fourCC("fpa6"): return unsigned16(b, 6);
+        case fourCC("fpc4"): return unsigned16(b, 4);
+        case fourCC("fpe2"): return unsigned16(b, 2);
+        case fourCC("sp1e"): return signed16(b, 14);
+        case fourCC("sp3c"): return signed16(b, 12);
+        case fourCC("sp4b"): return signed16(b, 11);
+        case fourCC("sp5a"): return signed16(b, 10);
+        case fourCC("sp69"): return signed16(b, 9);
+        case fourCC("sp78"): return signed16(b, 8);
+        case fourCC("sp87"): return signed16(b, 7);
+        case fourCC("sp96"): return signed16(b, 6);
+        case fourCC("spb4"): return signed16(b, 4);
+        // Named signed, but machines report them unsigned; reading them signed turns a
+        // full-scale value into -1, which callers would take for a failed conversion.
+        case fourCC("spf0"):
+        case fourCC("si16"): return unsigned16(b, 0);
+        case fourCC("{pwm"):
+          return static_cast<float>(static_cast<double>((b[0] << 8) | b[1]) * 100.0 / 65536.0);
+        default: return -1.0f;
+      }
+    default:
+      return -1.0f;
+  }
+}
+
+}  // extern "C"
