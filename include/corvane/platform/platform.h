@@ -1,0 +1,109 @@
+// The platform seam: the operating-system services the core uses, chosen once per process.
+//
+// A process installs its platform before the first service is used: `native()` for the host,
+// or `simulated(profile)` for a recorded machine. Installing replaces the previous platform;
+// do it only while no other thread uses the services (at start, or between tests).
+#pragma once
+
+#include <filesystem>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <typeindex>
+#include <unordered_map>
+
+#include "corvane/platform/machine_profile.h"
+#include "corvane/platform/smc_driver.h"
+
+namespace corvane::platform {
+
+// Where the product keeps its files.
+class FileLocations {
+ public:
+  virtual ~FileLocations() = default;
+  // The app-group container shared by every process of the product (not created here).
+  virtual std::filesystem::path appGroupContainer() const = 0;
+};
+
+// The services of one platform. The SMC driver and the file locations are made with it; every
+// other service is made on first use by its own factory, so that each service lives in its own
+// files:
+//
+//   class KernelValues {
+//    public:
+//     // Makes the service for `platform`: from its machine when simulated, else from the host.
+//     static std::shared_ptr<KernelValues> create(const Platform& platform);
+//     ...
+//   };
+//   auto& values = platform::current().service<KernelValues>();
+//
+// Tests replace a service with `provide`. Thread-safe.
+class Platform {
+ public:
+  Platform(std::shared_ptr<SmcDriver> smc, std::shared_ptr<FileLocations> files,
+           std::shared_ptr<const MachineProfile> machine, bool simulated);
+
+  SmcDriver& smc() const { return *smc_; }
+  const FileLocations& files() const { return *files_; }
+  const std::shared_ptr<FileLocations>& filesShared() const { return files_; }
+  // The recorded machine behind the SMC (and, when simulated, every other service), or null.
+  const std::shared_ptr<const MachineProfile>& machine() const { return machine_; }
+  // True when every service answers from the recorded machine rather than from the host. On a
+  // Linux host, native() simulates only the SMC and HID and reads the rest from Linux.
+  bool simulated() const { return simulated_; }
+
+  template <class Service>
+  Service& service() const {
+    std::lock_guard lock(servicesLock_);
+    auto& slot = services_[std::type_index(typeid(Service))];
+    if (!slot) slot = Service::create(*this);
+    return *static_cast<Service*>(slot.get());
+  }
+
+  template <class Service>
+  void provide(std::shared_ptr<Service> instance) {
+    std::lock_guard lock(servicesLock_);
+    services_[std::type_index(typeid(Service))] = std::move(instance);
+  }
+
+ private:
+  std::shared_ptr<SmcDriver> smc_;
+  std::shared_ptr<FileLocations> files_;
+  std::shared_ptr<const MachineProfile> machine_;
+  bool simulated_;
+  mutable std::mutex servicesLock_;
+  mutable std::unordered_map<std::type_index, std::shared_ptr<void>> services_;
+};
+
+struct NativeOptions {
+  // For the helper tool: simulate the machine that the calling processes announced, rather than
+  // announcing one. Matters only where the host has no SMC of its own.
+  bool followAnnouncedMachine = false;
+};
+
+// The host's own services. Where the host has no SMC (Linux on a non-Mac), the SMC is the
+// embedded default machine, or the machine another process of the product announced.
+std::shared_ptr<Platform> native(const NativeOptions& options = {});
+
+struct SimulatedOptions {
+  // Root under which the product's files live; empty means the user's real locations.
+  std::filesystem::path root;
+  // Record this machine as the one the helper tool should write to.
+  bool announce = true;
+  // What loads this machine again (a built-in name or a profile file's absolute path), for the
+  // announcement; empty means the profile's name, a built-in.
+  std::string source;
+};
+
+// A recorded machine. SMC writes are kept in a state file in the app-group container so that
+// every process simulating the same machine sees them.
+std::shared_ptr<Platform> simulated(std::shared_ptr<const MachineProfile> profile,
+                                    const SimulatedOptions& options = {});
+
+// Makes `platform` the process's platform.
+void install(std::shared_ptr<Platform> platform);
+
+// The installed platform; installs `native()` on first use when none was installed.
+Platform& current();
+
+}  // namespace corvane::platform

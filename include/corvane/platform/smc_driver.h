@@ -1,0 +1,29 @@
+// The SMC driver service: one user-client call carrying the 80-byte record.
+#pragma once
+
+#include <cstdint>
+
+#include "corvane/smc/smc.h"
+
+namespace corvane::platform {
+
+class SmcDriver {
+ public:
+  // How an open went; the stages are the ones SMCOpen reports with its messages.
+  struct OpenResult {
+    enum class Stage { ok, matchingFailed, noDevice, openFailed };
+    Stage stage = Stage::ok;
+    kern_return_t status = 0;
+  };
+
+  virtual ~SmcDriver() = default;
+
+  // Opens the connection; a second open of an open driver succeeds and changes nothing.
+  virtual OpenResult open() = 0;
+  // Closes the connection; later calls fail until the next open.
+  virtual kern_return_t close() = 0;
+  // One call of user-client method `selector`; both records are 80 bytes. Thread-safe.
+  virtual kern_return_t call(uint32_t selector, const SMCKeyData& input, SMCKeyData& output) = 0;
+};
+
+}  // namespace corvane::platform

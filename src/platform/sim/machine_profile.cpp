@@ -1,0 +1,381 @@
+// Reading and writing machine profiles. The loader is strict on purpose: a profile is recorded
+// data that tests compare byte for byte, so a typo must stop the load rather than quietly change
+// what the simulated SMC answers.
+#include "corvane/platform/machine_profile.h"
+
+#include <cstdio>
+#include <exception>
+#include <limits>
+#include <unordered_map>
+#include <utility>
+
+namespace corvane::platform {
+namespace {
+
+using nlohmann::json;
+
+constexpr std::size_t kMaxValueBytes = 32;
+
+// Serialisation must not throw on text that is not valid UTF-8 (file names, dump headers).
+std::string toJson(const json& value, int indent = -1) {
+  return value.dump(indent, ' ', false, json::error_handler_t::replace);
+}
+
+std::string jsonQuoted(std::string_view text) { return toJson(json(std::string(text))); }
+
+int hexDigit(char c) {
+  if (c >= '0' && c <= '9') return c - '0';
+  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+  return -1;
+}
+
+bool allHex(std::string_view text) {
+  for (char c : text) {
+    if (hexDigit(c) < 0) return false;
+  }
+  return true;
+}
+
+uint32_t hexNumber(std::string_view text) {
+  uint32_t value = 0;
+  for (char c : text) value = (value << 4) | static_cast<uint32_t>(hexDigit(c));
+  return value;
+}
+
+uint32_t packFourCc(std::string_view text) {
+  uint32_t value = 0;
+  for (char c : text) value = (value << 8) | static_cast<unsigned char>(c);
+  return value;
+}
+
+std::string unpackFourCc(uint32_t value) {
+  std::string text(4, '\0');
+  for (int i = 0; i < 4; ++i) text[i] = static_cast<char>((value >> (24 - 8 * i)) & 0xFF);
+  return text;
+}
+
+std::string hexText(uint32_t value, int digits, bool upper) {
+  char buffer[16];
+  std::snprintf(buffer, sizeof buffer, upper ? "%0*X" : "%0*x", digits, value);
+  return buffer;
+}
+
+// A built-in profile says so itself; anything else is a file (or a caller's label) to quote.
+std::string describeOrigin(std::string_view origin) {
+  if (origin.starts_with("built-in profile")) return std::string(origin);
+  return "profile '" + std::string(origin) + "'";
+}
+
+class ProfileParser {
+ public:
+  ProfileParser(std::string_view origin, std::string* error) : origin_(origin), error_(error) {}
+
+  std::shared_ptr<const MachineProfile> parse(std::string_view text) {
+    json root;
+    try {
+      root = json::parse(text.begin(), text.end());
+    } catch (const json::parse_error& e) {
+      std::string what = e.what();
+      auto detail = what.find("] ");
+      fail("not valid JSON at byte " + std::to_string(e.byte) + ": " +
+           (detail == std::string::npos ? what : what.substr(detail + 2)));
+      return nullptr;
+    }
+    auto profile = std::make_shared<MachineProfile>();
+    if (!parseRoot(root, *profile)) return nullptr;
+    return profile;
+  }
+
+ private:
+  bool fail(const std::string& detail) {
+    if (error_ != nullptr) *error_ = describeOrigin(origin_) + ": " + detail;
+    return false;
+  }
+
+  bool parseRoot(const json& root, MachineProfile& profile) {
+    if (!root.is_object()) return fail("the top level is not an object");
+    auto name = root.find("name");
+    if (name == root.end()) return fail("no \"name\"");
+    if (!name->is_string() || name->get_ref<const std::string&>().empty()) {
+      return fail("\"name\" is not a non-empty string");
+    }
+    profile.name = name->get<std::string>();
+    if (auto provenance = root.find("provenance"); provenance != root.end()) {
+      profile.provenance = *provenance;
+    }
+    auto sysctl = root.find("sysctl");
+    if (sysctl == root.end()) return fail("no \"sysctl\"");
+    if (!parseSysctl(*sysctl, profile)) return false;
+    auto smc = root.find("smc");
+    if (smc == root.end()) return fail("no \"smc\"");
+    if (!parseSmc(*smc, profile)) return false;
+    if (auto hid = root.find("hid"); hid != root.end()) {
+      if (!parseHid(*hid, profile)) return false;
+    }
+    return true;
+  }
+
+  bool parseSysctl(const json& sysctl, MachineProfile& profile) {
+    if (!sysctl.is_object()) return fail("\"sysctl\" is not an object");
+    for (const auto& [name, value] : sysctl.items()) {
+      if (!value.is_string() && !value.is_number()) {
+        return fail("sysctl " + jsonQuoted(name) + ": value is not a string or a number");
+      }
+    }
+    profile.sysctl = sysctl;
+    return true;
+  }
+
+  bool parseSmc(const json& smc, MachineProfile& profile) {
+    if (!smc.is_array()) return fail("\"smc\" is not an array");
+    profile.smc.reserve(smc.size());
+    std::unordered_map<uint32_t, std::size_t> firstIndex;
+    for (std::size_t i = 0; i < smc.size(); ++i) {
+      SmcEntry entry;
+      if (!parseEntry(smc[i], i, entry)) return false;
+      auto [at, inserted] = firstIndex.emplace(entry.key, i);
+      if (!inserted) {
+        return fail(entryLabel(i, unpackFourCc(entry.key)) + ": duplicate key " + jsonQuoted(unpackFourCc(entry.key)) +
+                    " (first at entry " + std::to_string(at->second) + ")");
+      }
+      profile.smc.push_back(entry);
+    }
+    return true;
+  }
+
+  static std::string entryLabel(std::size_t index, std::string_view key) {
+    return "smc entry " + std::to_string(index) + " (" + jsonQuoted(key) + ")";
+  }
+
+  bool parseEntry(const json& item, std::size_t index, SmcEntry& entry) {
+    std::string where = "smc entry " + std::to_string(index);
+    if (!item.is_array() || item.size() < 3 || item.size() > 4) {
+      return fail(where + ": not an array of key, type, value and optional options");
+    }
+    if (!item[0].is_string()) return fail(where + ": the key is not a string");
+    const auto& key = item[0].get_ref<const std::string&>();
+    where = entryLabel(index, key);
+    if (key.size() != 4) return fail(where + ": key " + jsonQuoted(key) + " is not four characters");
+    for (char c : key) {
+      if (c < 0x20 || c > 0x7E) {
+        return fail(where + ": key " + jsonQuoted(key) + " has a character outside printable ASCII");
+      }
+    }
+    entry.key = packFourCc(key);
+
+    if (!item[1].is_string()) return fail(where + ": the type is not a string");
+    const auto& type = item[1].get_ref<const std::string&>();
+    if (type.size() != 4) return fail(where + ": type " + jsonQuoted(type) + " is not four characters");
+    for (char c : type) {
+      // A NUL may stand in a type: recorded machines have "ui8\0".
+      if (static_cast<unsigned char>(c) > 0x7E) {
+        return fail(where + ": type " + jsonQuoted(type) + " has a character above 0x7E");
+      }
+    }
+    entry.type = packFourCc(type);
+
+    if (!item[2].is_string()) return fail(where + ": the value is not a string of hex digits");
+    const auto& hex = item[2].get_ref<const std::string&>();
+    if (hex.size() % 2 != 0) return fail(where + ": value " + jsonQuoted(hex) + " has odd length");
+    if (!allHex(hex)) return fail(where + ": value " + jsonQuoted(hex) + " has a bad hex digit");
+    const std::size_t byteCount = hex.size() / 2;
+    if (byteCount > kMaxValueBytes) {
+      return fail(where + ": value of " + std::to_string(byteCount) + " bytes is over 32");
+    }
+    for (std::size_t i = 0; i < byteCount; ++i) {
+      entry.bytes[i] = static_cast<uint8_t>(hexNumber(std::string_view(hex).substr(2 * i, 2)));
+    }
+    entry.size = static_cast<uint32_t>(byteCount);
+
+    if (item.size() == 4 && !parseOptions(item[3], where, byteCount, entry)) return false;
+    return true;
+  }
+
+  bool hexOption(const json& value, const std::string& where, const char* name, std::size_t minDigits,
+                 std::size_t maxDigits, uint32_t& out) {
+    std::string label = where + ": option \"" + name + "\"";
+    if (!value.is_string()) return fail(label + " is not a string of hex digits");
+    const auto& text = value.get_ref<const std::string&>();
+    if (text.size() < minDigits || text.size() > maxDigits || !allHex(text)) {
+      std::string digits = minDigits == maxDigits
+                               ? std::to_string(minDigits) + " hex digits"
+                               : std::to_string(minDigits) + " to " + std::to_string(maxDigits) + " hex digits";
+      return fail(label + " " + jsonQuoted(text) + " is not " + digits);
+    }
+    out = hexNumber(text);
+    return true;
+  }
+
+  bool parseOptions(const json& options, const std::string& where, std::size_t byteCount, SmcEntry& entry) {
+    if (!options.is_object()) return fail(where + ": options are not an object");
+    std::optional<uint64_t> size;
+    for (const auto& [name, value] : options.items()) {
+      uint32_t number = 0;
+      if (name == "size") {
+        if (!value.is_number_integer() || value.get<int64_t>() < 0 ||
+            value.get<uint64_t>() > std::numeric_limits<uint32_t>::max()) {
+          return fail(where + ": option \"size\" is not a size in bytes");
+        }
+        size = value.get<uint64_t>();
+      } else if (name == "attr") {
+        if (!hexOption(value, where, "attr", 2, 2, number)) return false;
+        entry.attributes = static_cast<uint8_t>(number);
+      } else if (name == "result") {
+        if (!hexOption(value, where, "result", 2, 2, number)) return false;
+        if (number == 0) return fail(where + ": option \"result\" is zero (omit it for success)");
+        entry.result = static_cast<uint8_t>(number);
+      } else if (name == "status") {
+        if (!hexOption(value, where, "status", 1, 8, number)) return false;
+        if (number == 0) return fail(where + ": option \"status\" is zero (omit it for success)");
+        entry.status = static_cast<int32_t>(number);
+      } else if (name == "hidden" || name == "redacted") {
+        if (!value.is_boolean()) return fail(where + ": option \"" + name + "\" is not true or false");
+        (name == "hidden" ? entry.hidden : entry.redacted) = value.get<bool>();
+      } else {
+        return fail(where + ": unknown option " + jsonQuoted(name));
+      }
+    }
+    if (entry.redacted && byteCount != 0) {
+      return fail(where + ": a redacted value has no bytes, but the value is given");
+    }
+    if (size) {
+      if (byteCount != 0 && *size != byteCount) {
+        return fail(where + ": size " + std::to_string(*size) + " does not match the " + std::to_string(byteCount) +
+                    " bytes of the value");
+      }
+      // Only a key the SMC refuses to read may report more than the value buffer holds.
+      if (*size > kMaxValueBytes && entry.result == 0 && entry.status == 0) {
+        return fail(where + ": size " + std::to_string(*size) + " is over 32");
+      }
+      entry.size = static_cast<uint32_t>(*size);
+    }
+    return true;
+  }
+
+  bool parseReadings(const json& list, const char* name, std::vector<HidReading>& out) {
+    std::string label = std::string("hid \"") + name + "\"";
+    if (!list.is_array()) return fail(label + " is not an array");
+    for (std::size_t i = 0; i < list.size(); ++i) {
+      const json& pair = list[i];
+      if (!pair.is_array() || pair.size() != 2 || !pair[0].is_string() || !pair[1].is_number()) {
+        return fail(label + " entry " + std::to_string(i) + ": not a [name, number] pair");
+      }
+      out.push_back(HidReading{pair[0].get<std::string>(), pair[1].get<double>()});
+    }
+    return true;
+  }
+
+  bool parseHid(const json& hid, MachineProfile& profile) {
+    if (!hid.is_object()) return fail("\"hid\" is not an object");
+    for (const auto& [name, value] : hid.items()) {
+      if (name == "temperature") {
+        if (!parseReadings(value, "temperature", profile.hidTemperature)) return false;
+      } else if (name == "voltage") {
+        if (!parseReadings(value, "voltage", profile.hidVoltage)) return false;
+      } else {
+        return fail("hid: unknown member " + jsonQuoted(name));
+      }
+    }
+    profile.hasHid = true;
+    return true;
+  }
+
+  std::string_view origin_;
+  std::string* error_;
+};
+
+bool allZero(const SmcEntry& entry) {
+  for (uint8_t b : entry.bytes) {
+    if (b != 0) return false;
+  }
+  return true;
+}
+
+std::string entryLine(const SmcEntry& entry) {
+  // A key whose bytes the SMC never hands out is written without bytes, with the size it reports.
+  const bool withoutBytes = allZero(entry) && (entry.redacted || entry.result != 0 || entry.status != 0);
+  const uint32_t written = entry.size < kMaxValueBytes ? entry.size : kMaxValueBytes;
+  std::string hex;
+  if (!withoutBytes) {
+    for (uint32_t i = 0; i < written; ++i) hex += hexText(entry.bytes[i], 2, false);
+  }
+  std::string options;
+  auto add = [&options](const std::string& member) {
+    options += options.empty() ? "{" : ", ";
+    options += member;
+  };
+  if (hex.size() / 2 != entry.size) add("\"size\": " + std::to_string(entry.size));
+  if (entry.attributes != 0) add("\"attr\": \"" + hexText(entry.attributes, 2, true) + "\"");
+  if (entry.result != 0) add("\"result\": \"" + hexText(entry.result, 2, true) + "\"");
+  if (entry.status != 0) {
+    add("\"status\": \"" + hexText(static_cast<uint32_t>(entry.status), 8, true) + "\"");
+  }
+  if (entry.redacted) add("\"redacted\": true");
+  if (entry.hidden) add("\"hidden\": true");
+
+  std::string line =
+      "[" + jsonQuoted(unpackFourCc(entry.key)) + ", " + jsonQuoted(unpackFourCc(entry.type)) + ", \"" + hex + "\"";
+  if (!options.empty()) line += ", " + options + "}";
+  return line + "]";
+}
+
+std::string readingsJson(const std::vector<HidReading>& readings) {
+  if (readings.empty()) return "[]";
+  std::string out = "[\n";
+  for (std::size_t i = 0; i < readings.size(); ++i) {
+    out += "      [" + jsonQuoted(readings[i].name) + ", " + toJson(json(readings[i].value)) + "]";
+    out += i + 1 < readings.size() ? ",\n" : "\n";
+  }
+  return out + "    ]";
+}
+
+// Nested values are indented one level under their top-level key.
+std::string nested(const json& value) {
+  std::string text = toJson(value, 2);
+  std::string out;
+  out.reserve(text.size() + text.size() / 8);
+  for (char c : text) {
+    out += c;
+    if (c == '\n') out += "  ";
+  }
+  return out;
+}
+
+}  // namespace
+
+std::shared_ptr<const MachineProfile> parseProfile(std::string_view json, std::string_view origin, std::string* error) {
+  try {
+    return ProfileParser(origin, error).parse(json);
+  } catch (const std::exception& e) {
+    // The parser checks every type before reading it; this is for running out of memory.
+    if (error != nullptr) *error = describeOrigin(origin) + ": " + e.what();
+    return nullptr;
+  }
+}
+
+std::string serializeProfile(const MachineProfile& profile) {
+  std::vector<std::string> members;
+  members.push_back("\"name\": " + jsonQuoted(profile.name));
+  if (!profile.provenance.is_null()) members.push_back("\"provenance\": " + nested(profile.provenance));
+  members.push_back("\"sysctl\": " + nested(profile.sysctl.is_null() ? json::object() : profile.sysctl));
+  std::string smc = "\"smc\": [";
+  for (std::size_t i = 0; i < profile.smc.size(); ++i) {
+    smc += i == 0 ? "\n    " : ",\n    ";
+    smc += entryLine(profile.smc[i]);
+  }
+  smc += profile.smc.empty() ? "]" : "\n  ]";
+  members.push_back(std::move(smc));
+  if (profile.hasHid) {
+    members.push_back("\"hid\": {\n    \"temperature\": " + readingsJson(profile.hidTemperature) +
+                      ",\n    \"voltage\": " + readingsJson(profile.hidVoltage) + "\n  }");
+  }
+  std::string out = "{\n";
+  for (std::size_t i = 0; i < members.size(); ++i) {
+    out += "  " + members[i];
+    out += i + 1 < members.size() ? ",\n" : "\n";
+  }
+  return out + "}\n";
+}
+
+}  // namespace corvane::platform

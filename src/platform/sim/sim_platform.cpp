@@ -1,0 +1,92 @@
+#include "platform/sim/sim_platform.h"
+
+#include <cstdio>
+#include <functional>
+#include <string>
+
+#include "platform/native_files.h"
+#include "platform/posix/file_lock.h"
+#include "platform/sim/sim_smc_driver.h"
+
+namespace corvane::platform::sim {
+namespace {
+
+class RootedFileLocations final : public FileLocations {
+ public:
+  explicit RootedFileLocations(std::filesystem::path root) : root_(std::move(root)) {}
+  std::filesystem::path appGroupContainer() const override { return root_ / "group"; }
+
+ private:
+  std::filesystem::path root_;
+};
+
+std::string safeFileName(const std::string& name) {
+  std::string safe;
+  for (char c : name) {
+    const bool plain = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+                       c == ',' || c == '.' || c == '-' || c == '_';
+    safe += plain ? c : '_';
+  }
+  return safe.empty() ? "machine" : safe;
+}
+
+}  // namespace
+
+std::filesystem::path stateFolder(const FileLocations& files) {
+  return files.appGroupContainer() / "simulated-machines";
+}
+
+std::filesystem::path stateFile(const FileLocations& files, const MachineProfile& profile, const std::string& source) {
+  std::string name = safeFileName(profile.name);
+  if (!source.empty() && source != profile.name) {
+    // Two profile files may carry the same name; their states must not mix.
+    char suffix[20];
+    std::snprintf(suffix, sizeof suffix, "-%08zx", std::hash<std::string>{}(source) & 0xFFFFFFFFu);
+    name += suffix;
+  }
+  return stateFolder(files) / (name + ".json");
+}
+
+void announceMachine(const FileLocations& files, const std::string& source) {
+  const std::filesystem::path path = stateFolder(files) / "current";
+  if (posix::readWholeFile(path) == source + "\n") return;
+  std::error_code ec;
+  std::filesystem::create_directories(path.parent_path(), ec);
+  posix::replaceFileAtomically(path, source + "\n", nullptr);
+}
+
+std::string announcedMachine(const FileLocations& files) {
+  auto text = posix::readWholeFile(stateFolder(files) / "current");
+  if (!text) return {};
+  while (!text->empty() && (text->back() == '\n' || text->back() == '\r')) text->pop_back();
+  return *text;
+}
+
+std::shared_ptr<FileLocations> rootedFileLocations(std::filesystem::path root) {
+  return std::make_shared<RootedFileLocations>(std::move(root));
+}
+
+std::shared_ptr<Platform> makePlatform(std::shared_ptr<const MachineProfile> profile,
+                                       std::shared_ptr<FileLocations> files, const std::string& source,
+                                       bool announce, bool simulated) {
+  std::filesystem::path state;
+  if (profile) {
+    state = stateFile(*files, *profile, source);
+    if (announce) announceMachine(*files, source);
+  }
+  auto driver = std::make_shared<SimSmcDriver>(profile, state);
+  return std::make_shared<Platform>(std::move(driver), std::move(files), std::move(profile), simulated);
+}
+
+}  // namespace corvane::platform::sim
+
+namespace corvane::platform {
+
+std::shared_ptr<Platform> simulated(std::shared_ptr<const MachineProfile> profile, const SimulatedOptions& options) {
+  std::shared_ptr<FileLocations> files =
+      options.root.empty() ? nativeFileLocations() : sim::rootedFileLocations(options.root);
+  const std::string source = options.source.empty() && profile ? profile->name : options.source;
+  return sim::makePlatform(std::move(profile), std::move(files), source, options.announce, true);
+}
+
+}  // namespace corvane::platform

@@ -1,0 +1,258 @@
+#include "platform/sim/sim_smc_driver.h"
+
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include <nlohmann/json.hpp>
+
+namespace corvane::platform {
+namespace {
+
+constexpr uint32_t kKeyCountKey = 0x234B4559;  // "#KEY"
+constexpr uint8_t kResultBadArgument = 0x89;
+
+bool isSharedKey(uint32_t key) { return (key >> 24) == 'F'; }
+
+uint32_t packKey(const std::string& name) {
+  return (static_cast<uint32_t>(static_cast<unsigned char>(name[0])) << 24) |
+         (static_cast<uint32_t>(static_cast<unsigned char>(name[1])) << 16) |
+         (static_cast<uint32_t>(static_cast<unsigned char>(name[2])) << 8) |
+         static_cast<uint32_t>(static_cast<unsigned char>(name[3]));
+}
+
+std::string keyName(uint32_t key) {
+  return {static_cast<char>(key >> 24), static_cast<char>(key >> 16), static_cast<char>(key >> 8),
+          static_cast<char>(key)};
+}
+
+std::string toHex(const std::array<uint8_t, 32>& bytes, uint32_t size) {
+  std::string hex;
+  char digits[3];
+  for (uint32_t i = 0; i < size && i < bytes.size(); ++i) {
+    std::snprintf(digits, sizeof digits, "%02x", bytes[i]);
+    hex += digits;
+  }
+  return hex;
+}
+
+bool fromHex(const std::string& hex, std::array<uint8_t, 32>& bytes) {
+  if (hex.size() % 2 != 0 || hex.size() > 64) return false;
+  bytes.fill(0);
+  for (std::size_t i = 0; i < hex.size(); i += 2) {
+    unsigned value = 0;
+    if (std::sscanf(hex.c_str() + i, "%2x", &value) != 1) return false;
+    bytes[i / 2] = static_cast<uint8_t>(value);
+  }
+  return true;
+}
+
+// The fan keys recorded in a state file; an unreadable or malformed file holds none, so a damaged
+// file never stops the machine from answering with its recorded values.
+nlohmann::json readState(const std::filesystem::path& path) {
+  auto text = posix::readWholeFile(path);
+  if (!text) return nlohmann::json::object();
+  nlohmann::json state = nlohmann::json::parse(*text, nullptr, false);
+  if (!state.is_object() || !state.contains("keys") || !state["keys"].is_object()) {
+    return nlohmann::json::object();
+  }
+  return state["keys"];
+}
+
+}  // namespace
+
+SimSmcDriver::SimSmcDriver(std::shared_ptr<const MachineProfile> profile, std::filesystem::path stateFile)
+    : profile_(std::move(profile)), stateFile_(std::move(stateFile)) {
+  if (!profile_) return;
+  for (std::size_t i = 0; i < profile_->smc.size(); ++i) {
+    const SmcEntry& entry = profile_->smc[i];
+    byKey_.emplace(entry.key, i);
+    if (!entry.hidden) enumerated_.push_back(i);
+  }
+  synthesizedKeyCount_.key = kKeyCountKey;
+  synthesizedKeyCount_.type = 0x75693332;  // "ui32"
+  synthesizedKeyCount_.size = 4;
+  synthesizedKeyCount_.attributes = 0x80;
+  const auto count = static_cast<uint32_t>(enumerated_.size());
+  synthesizedKeyCount_.bytes = {static_cast<uint8_t>(count >> 24), static_cast<uint8_t>(count >> 16),
+                                static_cast<uint8_t>(count >> 8), static_cast<uint8_t>(count)};
+}
+
+SmcDriver::OpenResult SimSmcDriver::open() {
+  if (!profile_) return {OpenResult::Stage::noDevice, 0};
+  openCount_.fetch_add(1);
+  return {};
+}
+
+kern_return_t SimSmcDriver::close() {
+  // Several users may share the connection: it stays open while any of them has it open.
+  int count = openCount_.load();
+  while (count > 0 && !openCount_.compare_exchange_weak(count, count - 1)) {
+  }
+  return count > 0 ? 0 : kIOReturnNotOpen;
+}
+
+kern_return_t SimSmcDriver::call(uint32_t selector, const SMCKeyData& input, SMCKeyData& output) {
+  std::memset(&output, 0, sizeof output);
+  if (openCount_.load(std::memory_order_relaxed) <= 0) {
+    ++otherCalls_;
+    return kIOReturnNotOpen;
+  }
+  if (selector != kSMCUserClientSelector) {
+    ++otherCalls_;
+    return kIOReturnUnsupported;
+  }
+  switch (input.data8) {
+    case kSMCCmdGetKeyInfo:
+      ++keyInfoCalls_;
+      return keyInfo(input, output);
+    case kSMCCmdReadKey:
+      ++readCalls_;
+      return read(input, output);
+    case kSMCCmdWriteKey:
+      ++writeCalls_;
+      return write(input, output);
+    case kSMCCmdGetKeyFromIndex:
+      ++indexCalls_;
+      return keyFromIndex(input, output);
+    default:
+      ++otherCalls_;
+      output.result = kResultBadArgument;
+      return 0;
+  }
+}
+
+const SmcEntry* SimSmcDriver::find(uint32_t key) const {
+  const auto it = byKey_.find(key);
+  if (it != byKey_.end()) return &profile_->smc[it->second];
+  if (key == kKeyCountKey) return &synthesizedKeyCount_;
+  return nullptr;
+}
+
+kern_return_t SimSmcDriver::keyInfo(const SMCKeyData& input, SMCKeyData& output) const {
+  const SmcEntry* entry = find(input.key);
+  if (entry == nullptr) {
+    output.result = kSMCResultKeyNotFound;
+    return kIOReturnNotFound;
+  }
+  output.key = entry->key;
+  output.keyInfo.dataSize = entry->size;
+  output.keyInfo.dataType = entry->type;
+  output.keyInfo.dataAttributes = entry->attributes;
+  return 0;
+}
+
+kern_return_t SimSmcDriver::read(const SMCKeyData& input, SMCKeyData& output) {
+  const SmcEntry* entry = find(input.key);
+  if (entry == nullptr) {
+    output.result = kSMCResultKeyNotFound;
+    return kIOReturnNotFound;
+  }
+  if (entry->status != 0) return entry->status;
+  // The driver refuses transfers larger than the record can carry.
+  if (input.keyInfo.dataSize > sizeof output.bytes) return kIOReturnBadArgument;
+  output.key = entry->key;
+  output.keyInfo.dataSize = entry->size;
+  if (entry->result != 0) {
+    output.result = entry->result;
+    return 0;
+  }
+  if (input.keyInfo.dataSize != entry->size) {
+    output.result = kResultBadArgument;
+    return 0;
+  }
+  if (isSharedKey(entry->key) || hasLocalWrites_.load(std::memory_order_acquire)) {
+    std::lock_guard lock(stateLock_);
+    if (isSharedKey(entry->key)) refreshSharedState();
+    const auto it = written_.find(entry->key);
+    if (it != written_.end()) {
+      std::memcpy(output.bytes, it->second.data(), entry->size);
+      return 0;
+    }
+  }
+  std::memcpy(output.bytes, entry->bytes.data(), entry->size);
+  return 0;
+}
+
+kern_return_t SimSmcDriver::write(const SMCKeyData& input, SMCKeyData& output) {
+  const SmcEntry* entry = find(input.key);
+  if (entry == nullptr || entry == &synthesizedKeyCount_) {
+    output.result = kSMCResultKeyNotFound;
+    return entry == nullptr ? kIOReturnNotFound : 0;
+  }
+  if (entry->status != 0) return entry->status;
+  if (entry->result != 0) {
+    output.result = entry->result;
+    return 0;
+  }
+  // Like the real SMC, a write must carry exactly the key's size.
+  if (input.keyInfo.dataSize != entry->size) return kIOReturnBadArgument;
+
+  std::array<uint8_t, 32> bytes{};
+  std::memcpy(bytes.data(), input.bytes, entry->size);
+  std::lock_guard lock(stateLock_);
+  if (isSharedKey(entry->key) && !stateFile_.empty()) {
+    if (!persist(entry->key, bytes, entry->size)) return kIOReturnNotWritable;
+  } else {
+    written_[entry->key] = bytes;
+    if (!isSharedKey(entry->key)) hasLocalWrites_.store(true, std::memory_order_release);
+  }
+  return 0;
+}
+
+kern_return_t SimSmcDriver::keyFromIndex(const SMCKeyData& input, SMCKeyData& output) const {
+  if (input.data32 >= enumerated_.size()) {
+    output.result = kSMCResultKeyNotFound;
+    return 0;
+  }
+  output.key = profile_->smc[enumerated_[input.data32]].key;
+  return 0;
+}
+
+void SimSmcDriver::refreshSharedState() {
+  if (stateFile_.empty()) return;
+  const posix::FileStamp stamp = posix::stampOf(stateFile_);
+  if (stamp == stateStamp_) return;
+  stateStamp_ = stamp;
+  for (auto it = written_.begin(); it != written_.end();) {
+    it = isSharedKey(it->first) ? written_.erase(it) : std::next(it);
+  }
+  const nlohmann::json keys = readState(stateFile_);
+  for (const auto& [name, value] : keys.items()) {
+    const SmcEntry* entry = name.size() == 4 ? find(packKey(name)) : nullptr;
+    std::array<uint8_t, 32> bytes{};
+    if (entry != nullptr && value.is_string() && value.get<std::string>().size() == 2 * entry->size &&
+        fromHex(value.get<std::string>(), bytes)) {
+      written_[entry->key] = bytes;
+    }
+  }
+}
+
+bool SimSmcDriver::persist(uint32_t key, const std::array<uint8_t, 32>& bytes, uint32_t size) {
+  std::error_code ec;
+  std::filesystem::create_directories(stateFile_.parent_path(), ec);
+  posix::ExclusiveFileLock fileLock(stateFile_.string() + ".lock");
+  if (!fileLock.locked()) return false;
+  // Merge with what other processes wrote since this one last looked.
+  nlohmann::json keys = readState(stateFile_);
+  keys[keyName(key)] = toHex(bytes, size);
+  nlohmann::json state = {{"machine", profile_->name}, {"keys", keys}};
+  if (!posix::replaceFileAtomically(stateFile_, state.dump(1) + "\n", nullptr)) return false;
+  stateStamp_ = {};  // force a reload of the merged content
+  refreshSharedState();
+  return true;
+}
+
+SimSmcDriver::CallCounts SimSmcDriver::counts() const {
+  return {keyInfoCalls_.load(), readCalls_.load(), writeCalls_.load(), indexCalls_.load(), otherCalls_.load()};
+}
+
+void SimSmcDriver::resetCounts() {
+  keyInfoCalls_ = 0;
+  readCalls_ = 0;
+  writeCalls_ = 0;
+  indexCalls_ = 0;
+  otherCalls_ = 0;
+}
+
+}  // namespace corvane::platform

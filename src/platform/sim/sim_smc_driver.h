@@ -1,0 +1,80 @@
+// The SMC of a recorded machine: answers the driver commands from the profile's key table.
+#pragma once
+
+#include <array>
+#include <atomic>
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <mutex>
+#include <unordered_map>
+#include <vector>
+
+#include "corvane/platform/machine_profile.h"
+#include "corvane/platform/smc_driver.h"
+#include "platform/posix/file_lock.h"
+
+namespace corvane::platform {
+
+// IOKit statuses the simulated driver answers with, as the real driver does.
+inline constexpr kern_return_t kIOReturnBadArgument = static_cast<kern_return_t>(0xE00002C2);
+inline constexpr kern_return_t kIOReturnNotOpen = static_cast<kern_return_t>(0xE00002CD);
+inline constexpr kern_return_t kIOReturnNotFound = static_cast<kern_return_t>(0xE00002F0);
+inline constexpr kern_return_t kIOReturnUnsupported = static_cast<kern_return_t>(0xE00002C7);
+inline constexpr kern_return_t kIOReturnNotWritable = static_cast<kern_return_t>(0xE00002E2);
+// SMC result bytes.
+inline constexpr uint8_t kSMCResultKeyNotFound = 0x84;
+
+// Thread-safe. With no dynamics every read returns exactly the recorded bytes, or the bytes last
+// written. Writes to fan keys (those beginning with 'F') are kept in `stateFile`, shared by every
+// process simulating the same machine; other writes stay in this process.
+class SimSmcDriver final : public SmcDriver {
+ public:
+  // Driver calls by command since construction (or the last reset).
+  struct CallCounts {
+    uint64_t keyInfo = 0;
+    uint64_t read = 0;
+    uint64_t write = 0;
+    uint64_t keyFromIndex = 0;
+    uint64_t other = 0;
+    uint64_t total() const { return keyInfo + read + write + keyFromIndex + other; }
+  };
+
+  // `profile` null simulates a Mac without an SMC. An empty `stateFile` keeps writes in memory.
+  SimSmcDriver(std::shared_ptr<const MachineProfile> profile, std::filesystem::path stateFile);
+
+  OpenResult open() override;
+  kern_return_t close() override;
+  kern_return_t call(uint32_t selector, const SMCKeyData& input, SMCKeyData& output) override;
+
+  CallCounts counts() const;
+  void resetCounts();
+  // Number of keys enumerated by index (what "#KEY" says when the profile does not record it).
+  uint32_t enumeratedKeyCount() const { return static_cast<uint32_t>(enumerated_.size()); }
+
+ private:
+  kern_return_t keyInfo(const SMCKeyData& input, SMCKeyData& output) const;
+  kern_return_t read(const SMCKeyData& input, SMCKeyData& output);
+  kern_return_t write(const SMCKeyData& input, SMCKeyData& output);
+  kern_return_t keyFromIndex(const SMCKeyData& input, SMCKeyData& output) const;
+  const SmcEntry* find(uint32_t key) const;
+  // Brings written fan values up to date with the state file; called with `stateLock_` held.
+  void refreshSharedState();
+  bool persist(uint32_t key, const std::array<uint8_t, 32>& bytes, uint32_t size);
+
+  std::shared_ptr<const MachineProfile> profile_;
+  std::filesystem::path stateFile_;
+  SmcEntry synthesizedKeyCount_;  // "#KEY" when the profile does not record it
+  std::unordered_map<uint32_t, std::size_t> byKey_;
+  std::vector<std::size_t> enumerated_;
+
+  std::atomic<int> openCount_{0};
+  std::atomic<uint64_t> keyInfoCalls_{0}, readCalls_{0}, writeCalls_{0}, indexCalls_{0}, otherCalls_{0};
+
+  std::atomic<bool> hasLocalWrites_{false};
+  std::mutex stateLock_;
+  std::unordered_map<uint32_t, std::array<uint8_t, 32>> written_;  // guarded by stateLock_
+  posix::FileStamp stateStamp_;                                    // guarded by stateLock_
+};
+
+}  // namespace corvane::platform

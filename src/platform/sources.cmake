@@ -1,0 +1,11 @@
+# The seam and its backends: the shared code, POSIX helpers, the simulated machine, and the
+# folder of this operating system. Every .cpp there is part of the library.
+file(GLOB CORVANE_PLATFORM_SOURCES CONFIGURE_DEPENDS
+  ${CMAKE_CURRENT_LIST_DIR}/*.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/posix/*.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/sim/*.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/${CORVANE_OS}/*.cpp)
+target_sources(corvane_core PRIVATE ${CORVANE_PLATFORM_SOURCES})
+if(APPLE)
+  target_link_libraries(corvane_core PRIVATE "-framework IOKit" "-framework CoreFoundation")
+endif()
