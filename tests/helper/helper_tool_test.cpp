@@ -1,0 +1,160 @@
+// The helper tool: its argument checks, and writes seen by another process.
+#include <algorithm>
+#include <cstring>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "../../tools/corvane-smc/helper_args.h"
+#include "corvane/platform/platform.h"
+#include "corvane/smc/smc.h"
+#include "support/test_support.h"
+
+namespace corvane {
+namespace {
+
+struct ArgumentCase {
+  std::vector<std::string_view> args;
+  bool ok;
+  const char* messagePart;  // for refusals
+};
+
+class HelperArgumentsTest : public ::testing::TestWithParam<ArgumentCase> {};
+
+TEST_P(HelperArgumentsTest, AcceptsOnlyOneKeyAndOneHexValue) {
+  const ArgumentCase& c = GetParam();
+  helper::WriteRequest request;
+  std::string error;
+  EXPECT_EQ(helper::parseArguments(c.args, request, error), c.ok) << error;
+  if (!c.ok) {
+    EXPECT_NE(error.find(c.messagePart), std::string::npos) << error;
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    CommandLines, HelperArgumentsTest,
+    ::testing::Values(ArgumentCase{{"-k", "F0Tg", "-w", "0000fa44"}, true, ""},
+                      ArgumentCase{{"-w", "01", "-k", "F1Md"}, true, ""},
+                      ArgumentCase{{"-k", "FS! ", "-w", "0000"}, true, ""},
+                      ArgumentCase{{}, false, "usage"},
+                      ArgumentCase{{"-k", "F0Tg"}, false, "usage"},
+                      ArgumentCase{{"-k", "F0Tg", "-w", "00", "-x"}, false, "usage"},
+                      ArgumentCase{{"-k", "F0Tg", "-k", "F1Tg"}, false, "usage"},
+                      ArgumentCase{{"-x", "F0Tg", "-w", "00"}, false, "usage"},
+                      ArgumentCase{{"-k", "F0T", "-w", "00"}, false, "not four characters"},
+                      ArgumentCase{{"-k", "F0Tgg", "-w", "00"}, false, "not four characters"},
+                      ArgumentCase{{"-k", "F0\tg", "-w", "00"}, false, "printable"},
+                      ArgumentCase{{"-k", "F0Tg", "-w", "0000fa4"}, false, "odd number"},
+                      ArgumentCase{{"-k", "F0Tg", "-w", "zz"}, false, "not hexadecimal"},
+                      ArgumentCase{{"-k", "F0Tg", "-w", "-1"}, false, "not hexadecimal"},
+                      ArgumentCase{{"-k", "F0Tg", "-w", ""}, false, "empty"},
+                      ArgumentCase{{"-k", "F0Tg", "-w", std::string_view("00000000000000000000000000000000"
+                                                                        "0000000000000000000000000000000000")},
+                                   false, "longer than 32 bytes"}));
+
+TEST(HelperAllowlist, OnlyFanControlKeys) {
+  for (const char* key : {"F0Md", "F0Tg", "F0Mn", "F9Tg", "FAMn", "FJMd", "FS! "}) {
+    EXPECT_TRUE(helper::isWritableFanKey(key)) << key;
+  }
+  for (const char* key : {"F0Ac", "F0Mx", "FKTg", "FaTg", "TC0P", "FNum", "#KEY", "F0ID", "fS! ", "F0md"}) {
+    EXPECT_FALSE(helper::isWritableFanKey(key)) << key;
+  }
+  EXPECT_TRUE(helper::isExpectedType("F0Md", "ui8 "));
+  EXPECT_FALSE(helper::isExpectedType("F0Md", "flt "));
+  EXPECT_TRUE(helper::isExpectedType("F0Tg", "flt "));
+  EXPECT_TRUE(helper::isExpectedType("F0Mn", "fpe2"));
+  EXPECT_FALSE(helper::isExpectedType("F0Tg", "ui16"));
+  EXPECT_TRUE(helper::isExpectedType("FS! ", "ui16"));
+}
+
+// A two-fan machine in a profile file, so the helper can load it by path.
+constexpr const char* kMachine = R"({"name":"Two fans","sysctl":{"hw.model":"Test1,1"},"smc":[
+  ["#KEY","ui32","00000006"],["F0Md","ui8 ","00"],["F0Tg","flt ","00000000"],["F1Mn","fpe2","0000"],
+  ["F0Ac","flt ","00000000"],["TC0P","sp78","2a80"],["FS! ","ui16","0000"]]})";
+
+class HelperProcessTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    profilePath_ = dir_.path() / "two-fans.json";
+    std::ofstream(profilePath_) << kMachine;
+    platform::SimulatedOptions options;
+    options.root = testing::rootSharedWith(dir_.path());
+    options.source = profilePath_.string();
+    platform::install(platform::simulated(testing::profileFromJson(kMachine), options));
+    ASSERT_EQ(SMCOpen(), 0);
+  }
+  void TearDown() override { SMCClose(); }
+
+  testing::ProgramResult helper(const std::vector<std::string>& args) {
+    return testing::runProgram(CORVANE_HELPER_PATH, args, dir_.path());
+  }
+
+  std::vector<unsigned char> bytesOf(const char* key) {
+    SMCValue value;
+    EXPECT_EQ(SMCReadKey(key, &value), 0);
+    return {value.bytes, value.bytes + value.dataSize};
+  }
+
+  testing::TempDir dir_;
+  std::filesystem::path profilePath_;
+};
+
+TEST_F(HelperProcessTest, AnotherProcessReadsWhatTheHelperWrote) {
+  EXPECT_EQ(bytesOf("F0Tg"), (std::vector<unsigned char>{0, 0, 0, 0}));
+  auto result = helper({"-k", "F0Tg", "-w", "0000fa44"});
+  ASSERT_EQ(result.exitCode, 0) << result.err;
+  EXPECT_EQ(bytesOf("F0Tg"), (std::vector<unsigned char>{0x00, 0x00, 0xfa, 0x44}));
+
+  result = helper({"-k", "F1Mn", "-w", "1f40"});
+  ASSERT_EQ(result.exitCode, 0) << result.err;
+  EXPECT_EQ(bytesOf("F1Mn"), (std::vector<unsigned char>{0x1f, 0x40}));
+  // Earlier writes survive later ones.
+  EXPECT_EQ(bytesOf("F0Tg"), (std::vector<unsigned char>{0x00, 0x00, 0xfa, 0x44}));
+}
+
+TEST_F(HelperProcessTest, RefusalsWriteNothing) {
+  struct Refusal {
+    std::vector<std::string> args;
+    const char* messagePart;
+  };
+  const Refusal refusals[] = {
+      {{"-k", "F0Tg", "-w", "fa44"}, "holds 4 bytes"},
+      {{"-k", "TC0P", "-w", "3000"}, "not a fan key"},
+      {{"-k", "F0Ac", "-w", "00000000"}, "not a fan key"},
+      {{"-k", "F5Tg", "-w", "00000000"}, "no key"},
+      {{"-k", "F0Tg"}, "usage"},
+      {{"-k", "F0Tg", "-w", "0000fa4g"}, "not hexadecimal"},
+  };
+  for (const Refusal& refusal : refusals) {
+    const auto result = helper(refusal.args);
+    EXPECT_NE(result.exitCode, 0) << refusal.messagePart;
+    EXPECT_NE(result.err.find(refusal.messagePart), std::string::npos) << result.err;
+    EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
+  }
+  EXPECT_EQ(bytesOf("F0Tg"), (std::vector<unsigned char>{0, 0, 0, 0}));
+  EXPECT_EQ(bytesOf("F0Ac"), (std::vector<unsigned char>{0, 0, 0, 0}));
+}
+
+TEST_F(HelperProcessTest, UnloadableMachineMeansNoSmc) {
+  std::ofstream(profilePath_) << "{ not json";
+  const auto result = helper({"-k", "F0Tg", "-w", "0000fa44"});
+  EXPECT_NE(result.exitCode, 0);
+  EXPECT_NE(result.err.find("cannot open the SMC"), std::string::npos) << result.err;
+}
+
+TEST(CorvaneProgram, HelperWriteShowsInTheNextRead) {
+  testing::TempDir home;
+  auto result = testing::runProgram(CORVANE_CLI_PATH, {"smc", "read", "F0Tg"}, home.path());
+  ASSERT_EQ(result.exitCode, 0) << result.err;
+  result = testing::runProgram(CORVANE_HELPER_PATH, {"-k", "F0Tg", "-w", "0000fa44"}, home.path());
+  ASSERT_EQ(result.exitCode, 0) << result.err;
+  result = testing::runProgram(CORVANE_CLI_PATH, {"smc", "read", "F0Tg"}, home.path());
+  ASSERT_EQ(result.exitCode, 0) << result.err;
+  EXPECT_NE(result.out.find("0000fa44"), std::string::npos) << result.out;
+  EXPECT_NE(result.out.find(" 2000\n"), std::string::npos) << result.out;
+}
+
+}  // namespace
+}  // namespace corvane

@@ -1,0 +1,95 @@
+#include "helper_args.h"
+
+#include <cctype>
+
+namespace corvane::helper {
+namespace {
+
+constexpr std::string_view kFanCharacters = "0123456789ABCDEFGHIJ";
+constexpr std::string_view kUsage = "usage: corvane-smc -k KEY -w HEX";
+
+int hexDigit(char c) {
+  if (c >= '0' && c <= '9') return c - '0';
+  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+  return -1;
+}
+
+bool parseHex(std::string_view hex, WriteRequest& request, std::string& error) {
+  if (hex.empty()) {
+    error = "empty value; give the new value as hexadecimal digits, two per byte";
+    return false;
+  }
+  if (hex.size() % 2 != 0) {
+    error = "value '" + std::string(hex) + "' has an odd number of hexadecimal digits";
+    return false;
+  }
+  if (hex.size() > 2 * request.bytes.size()) {
+    error = "value '" + std::string(hex) + "' is longer than 32 bytes";
+    return false;
+  }
+  for (std::size_t i = 0; i < hex.size(); i += 2) {
+    const int high = hexDigit(hex[i]);
+    const int low = hexDigit(hex[i + 1]);
+    if (high < 0 || low < 0) {
+      error = "value '" + std::string(hex) + "' is not hexadecimal";
+      return false;
+    }
+    request.bytes[i / 2] = static_cast<uint8_t>(high * 16 + low);
+  }
+  request.size = static_cast<uint32_t>(hex.size() / 2);
+  return true;
+}
+
+}  // namespace
+
+bool parseArguments(const std::vector<std::string_view>& args, WriteRequest& request, std::string& error) {
+  std::string_view key;
+  std::string_view hex;
+  bool haveKey = false;
+  bool haveValue = false;
+  if (args.size() != 4) {
+    error = std::string(kUsage);
+    return false;
+  }
+  for (std::size_t i = 0; i < args.size(); i += 2) {
+    if (args[i] == "-k" && !haveKey) {
+      key = args[i + 1];
+      haveKey = true;
+    } else if (args[i] == "-w" && !haveValue) {
+      hex = args[i + 1];
+      haveValue = true;
+    } else {
+      error = std::string(kUsage);
+      return false;
+    }
+  }
+  if (key.size() != 4) {
+    error = "key '" + std::string(key) + "' is not four characters";
+    return false;
+  }
+  for (char c : key) {
+    if (c < 0x20 || c > 0x7E) {
+      error = "key contains a character that is not printable ASCII";
+      return false;
+    }
+  }
+  request.key = std::string(key);
+  return parseHex(hex, request, error);
+}
+
+bool isWritableFanKey(std::string_view key) {
+  if (key == "FS! ") return true;
+  if (key.size() != 4 || key[0] != 'F' || kFanCharacters.find(key[1]) == std::string_view::npos) return false;
+  const std::string_view suffix = key.substr(2);
+  return suffix == "Md" || suffix == "Tg" || suffix == "Mn";
+}
+
+bool isExpectedType(std::string_view key, std::string_view type) {
+  if (key == "FS! ") return type == "ui16";
+  const std::string_view suffix = key.substr(2);
+  if (suffix == "Md") return type == "ui8 ";
+  return type == "fpe2" || type == "flt ";
+}
+
+}  // namespace corvane::helper

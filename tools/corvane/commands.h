@@ -1,0 +1,34 @@
+// The subcommands of `corvane`, each family in its own file.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include <CLI/CLI.hpp>
+
+#include "corvane/platform/machine_profile.h"
+
+namespace corvane::cli {
+
+// Exit codes of the program.
+inline constexpr int kExitOk = 0;
+inline constexpr int kExitFailure = 1;  // the machine answered, but not as asked
+inline constexpr int kExitBadInput = 2; // malformed arguments, profiles or dumps
+
+// What every command shares: the chosen machine and where the result goes.
+struct Context {
+  std::string machine;   // --machine NAME|FILE; empty for the host (or the embedded default)
+  int exitCode = kExitOk;
+
+  // Installs the platform for the chosen machine; false (with a message on stderr) when the
+  // machine cannot be loaded, and then exitCode is kExitBadInput.
+  bool installPlatform();
+};
+
+void registerSmcCommands(CLI::App& app, Context& context);
+void registerProfileCommands(CLI::App& app, Context& context);
+
+// What `corvane` alone shows.
+int runDefaultView(Context& context);
+
+}  // namespace corvane::cli
