@@ -1,6 +1,8 @@
+#include <cctype>
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -25,6 +27,8 @@ struct DecodeCase {
   int size;  // -1: the number of bytes
   float expected;
 };
+
+void PrintTo(const DecodeCase& c, std::ostream* os) { *os << '"' << c.type << "\" -> " << c.expected; }
 
 class DecodeTest : public ::testing::TestWithParam<DecodeCase> {};
 
@@ -74,7 +78,16 @@ INSTANTIATE_TEST_SUITE_P(
         DecodeCase{"si8 ", {0x01, 0x02}, -1, -1.0f}, DecodeCase{"hex_", {0x01, 0x02}, -1, -1.0f},
         DecodeCase{"ioft", {1, 2, 3, 4, 5, 6, 7, 8}, -1, -1.0f},
         // Type comparison includes the terminating NUL: "ui8" is not "ui8 ".
-        DecodeCase{"ui8", {0x05}, -1, -1.0f}));
+        DecodeCase{"ui8", {0x05}, -1, -1.0f}),
+    [](const ::testing::TestParamInfo<DecodeCase>& info) {
+      // "sp78_size2_3": the type with blanks and symbols dropped, the size, and the case number.
+      std::string name;
+      for (const char* c = info.param.type; *c != '\0'; ++c) {
+        if (std::isalnum(static_cast<unsigned char>(*c))) name += *c;
+      }
+      const int size = info.param.size >= 0 ? info.param.size : static_cast<int>(info.param.bytes.size());
+      return name + "_size" + std::to_string(size) + "_" + std::to_string(info.index);
+    });
 
 TEST(SmcCodec, NanIsNotTheSentinel) {
   const float nan = std::numeric_limits<float>::quiet_NaN();
