@@ -1,0 +1,171 @@
+// The real backend (Asio on Linux) with real threads. Waits are bounded condition-variable
+// waits, never bare sleeps.
+#include <algorithm>
+#include <atomic>
+#include <condition_variable>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "corvane/dispatch/dispatch.h"
+
+namespace corvane::dispatch {
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::nanoseconds;
+
+constexpr auto kPatience = std::chrono::seconds(10);
+
+// Counts signals from other threads and lets the test wait for a number of them.
+class Signals {
+ public:
+  void signal() {
+    std::lock_guard guard(lock_);
+    ++count_;
+    changed_.notify_all();
+  }
+  bool waitFor(int count, std::chrono::milliseconds timeout) {
+    std::unique_lock guard(lock_);
+    return changed_.wait_for(guard, timeout, [&] { return count_ >= count; });
+  }
+  int count() {
+    std::lock_guard guard(lock_);
+    return count_;
+  }
+
+ private:
+  std::mutex lock_;
+  std::condition_variable changed_;
+  int count_ = 0;
+};
+
+#ifndef __APPLE__  // there the main queue belongs to the process's main thread
+TEST(RealBackendTest, MainQueueRunsOnTheThreadThatRunsIt) {
+  Signals done;
+  std::thread::id runner, ranOn;
+  bool current = false;
+  std::vector<int> order;
+  auto main = mainQueue();
+  main->async([&] { order.push_back(1); });
+  main->asyncAfter(milliseconds(1), [&] { order.push_back(3); });
+  main->async([&] { order.push_back(2); });
+  main->asyncAfter(milliseconds(5), [&] {
+    ranOn = std::this_thread::get_id();
+    current = main->isCurrent();
+    order.push_back(4);
+    done.signal();
+  });
+  std::thread loop([&] {
+    runner = std::this_thread::get_id();
+    runMainQueue();
+  });
+  bool finished = done.waitFor(1, kPatience);
+  stopMainQueue();
+  loop.join();
+  ASSERT_TRUE(finished);
+  EXPECT_EQ(ranOn, runner);
+  EXPECT_TRUE(current);
+  EXPECT_EQ(order, (std::vector<int>{1, 2, 3, 4}));
+}
+
+TEST(RealBackendTest, StopBeforeRunEndsTheNextRunAtOnce) {
+  stopMainQueue();
+  Signals ended;
+  std::thread loop([&] {
+    runMainQueue();
+    ended.signal();
+  });
+  bool finished = ended.waitFor(1, kPatience);
+  if (!finished) stopMainQueue();  // do not leave the thread behind on failure
+  loop.join();
+  EXPECT_TRUE(finished);
+}
+#endif
+
+TEST(RealBackendTest, SerialQueueNeverOverlapsAndKeepsEachSendersOrder) {
+  auto queue = serialQueue("serial");
+  constexpr int kPerSender = 400;
+  std::atomic<int> active{0};
+  std::atomic<int> maxActive{0};
+  std::vector<int> seen[2];
+  Signals done;
+  auto sender = [&](int who) {
+    for (int i = 0; i < kPerSender; ++i) {
+      queue->async([&, who, i] {
+        int now = ++active;
+        int peak = maxActive.load();
+        while (now > peak && !maxActive.compare_exchange_weak(peak, now)) {
+        }
+        seen[who].push_back(i);  // unguarded on purpose: serial work needs no lock
+        --active;
+        done.signal();
+      });
+    }
+  };
+  std::thread a(sender, 0), b(sender, 1);
+  a.join();
+  b.join();
+  ASSERT_TRUE(done.waitFor(2 * kPerSender, kPatience));
+  EXPECT_EQ(maxActive.load(), 1);
+  for (auto& list : seen) {
+    ASSERT_EQ(list.size(), static_cast<std::size_t>(kPerSender));
+    EXPECT_TRUE(std::is_sorted(list.begin(), list.end()));
+  }
+}
+
+TEST(RealBackendTest, SyncWaitsForTheWorkAndMarksTheQueueCurrent) {
+  auto queue = serialQueue("sync");
+  std::vector<int> order;
+  queue->async([&] { order.push_back(1); });
+  bool current = false;
+  queue->sync([&] {
+    current = queue->isCurrent();
+    order.push_back(2);
+  });
+  EXPECT_TRUE(current);
+  EXPECT_EQ(order, (std::vector<int>{1, 2}));  // read after sync: no race
+  EXPECT_FALSE(queue->isCurrent());
+}
+
+TEST(RealBackendTest, DelayedWorkRunsInDueOrder) {
+  auto queue = serialQueue("delayed");
+  std::vector<int> order;
+  Signals done;
+  queue->asyncAfter(milliseconds(40), [&] {
+    order.push_back(40);
+    done.signal();
+  });
+  queue->asyncAfter(milliseconds(1), [&] {
+    order.push_back(1);
+    done.signal();
+  });
+  ASSERT_TRUE(done.waitFor(2, kPatience));
+  queue->sync([] {});
+  EXPECT_EQ(order, (std::vector<int>{1, 40}));
+}
+
+TEST(RealBackendTest, TimerRepeatsThenNeverFiresAfterCancel) {
+  auto queue = serialQueue("timer");
+  auto timer = makeTimer(queue);
+  Signals ticks;
+  std::atomic<bool> offQueue{false};
+  timer->setHandler([&] {
+    if (!queue->isCurrent()) offQueue = true;
+    ticks.signal();
+  });
+  timer->schedule(nanoseconds(0), milliseconds(2), nanoseconds(0));
+  timer->resume();
+  ASSERT_TRUE(ticks.waitFor(5, kPatience));
+  timer->cancel();
+  queue->sync([] {});  // a tick already running has finished
+  int atCancel = ticks.count();
+  // Bounded wait for a tick that must not come: ten periods.
+  EXPECT_FALSE(ticks.waitFor(atCancel + 1, milliseconds(20)));
+  EXPECT_FALSE(offQueue.load());
+}
+
+}  // namespace
+}  // namespace corvane::dispatch
