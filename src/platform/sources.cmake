@@ -7,5 +7,6 @@ file(GLOB CORVANE_PLATFORM_SOURCES CONFIGURE_DEPENDS
   ${CMAKE_CURRENT_LIST_DIR}/${CORVANE_OS}/*.cpp)
 target_sources(corvane_core PRIVATE ${CORVANE_PLATFORM_SOURCES})
 if(APPLE)
-  target_link_libraries(corvane_core PRIVATE "-framework IOKit" "-framework CoreFoundation")
+  target_link_libraries(corvane_core PRIVATE "-framework IOKit" "-framework CoreFoundation" "-framework CoreGraphics"
+                                             "-framework CoreServices" "-framework Security")
 endif()

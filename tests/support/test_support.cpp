@@ -88,6 +88,6 @@ ProgramResult runProgram(const std::string& program, const std::vector<std::stri
   return result;
 }
 
-std::filesystem::path rootSharedWith(const std::filesystem::path& dataHome) { return dataHome / "corvane"; }
+std::filesystem::path rootSharedWith(const std::filesystem::path& dataHome) { return dataHome / "Corvane"; }
 
 }  // namespace corvane::testing

@@ -8,21 +8,39 @@
 #include <filesystem>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <typeindex>
 #include <unordered_map>
+#include <vector>
 
 #include "corvane/platform/machine_profile.h"
 #include "corvane/platform/smc_driver.h"
 
 namespace corvane::platform {
 
-// Where the product keeps its files.
+// Where the product keeps its files, and the system folders and accounts it installs against.
+// Nothing is created here. Thread-safe.
 class FileLocations {
  public:
   virtual ~FileLocations() = default;
   // The app-group container shared by every process of the product (not created here).
   virtual std::filesystem::path appGroupContainer() const = 0;
+  // The user's Documents folder.
+  virtual std::filesystem::path documentsDirectory() const = 0;
+  // The user's Application Support folder (the product adds its own folder inside), or nothing
+  // when the system names none.
+  virtual std::optional<std::filesystem::path> applicationSupportDirectory() const = 0;
+  // The user's own Applications folders, most preferred first (may be empty).
+  virtual std::vector<std::filesystem::path> userApplicationsDirectories() const = 0;
+  // The machine-wide Applications folders, in the system's order (may be empty).
+  virtual std::vector<std::filesystem::path> localApplicationsDirectories() const = 0;
+  // The folder holding the running program's executable; the companions ship beside it.
+  virtual std::filesystem::path mainExecutableDirectory() const = 0;
+  // The account that owns privileged files ("root").
+  virtual std::string rootAccountName() const = 0;
+  // The group of the machine's administrators ("admin" on a Mac).
+  virtual std::string adminGroupName() const = 0;
 };
 
 // The services of one platform. The SMC driver and the file locations are made with it; every

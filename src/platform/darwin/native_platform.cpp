@@ -1,8 +1,12 @@
 // macOS: the real SMC, and the product's files in the user's Library.
+#include <mach-o/dyld.h>
 #include <pwd.h>
 #include <unistd.h>
 
+#include <cstdint>
 #include <cstdlib>
+#include <cstring>
+#include <string>
 
 #include "corvane/platform/platform.h"
 #include "platform/darwin/iokit_smc_driver.h"
@@ -21,11 +25,32 @@ std::filesystem::path homeFolder() {
   return entry != nullptr && entry->pw_dir != nullptr ? entry->pw_dir : "/tmp";
 }
 
+// The user-domain folders of the file manager, and the system's local Applications folder.
 class LibraryFileLocations final : public FileLocations {
  public:
   std::filesystem::path appGroupContainer() const override {
     return homeFolder() / "Library" / "Group Containers" / kAppGroup;
   }
+  std::filesystem::path documentsDirectory() const override { return homeFolder() / "Documents"; }
+  std::optional<std::filesystem::path> applicationSupportDirectory() const override {
+    return homeFolder() / "Library" / "Application Support";
+  }
+  std::vector<std::filesystem::path> userApplicationsDirectories() const override {
+    return {homeFolder() / "Applications"};
+  }
+  std::vector<std::filesystem::path> localApplicationsDirectories() const override { return {"/Applications"}; }
+  std::filesystem::path mainExecutableDirectory() const override {
+    std::uint32_t size = 0;
+    _NSGetExecutablePath(nullptr, &size);
+    std::string buffer(size, '\0');
+    if (size == 0 || _NSGetExecutablePath(buffer.data(), &size) != 0) return {};
+    buffer.resize(std::strlen(buffer.c_str()));
+    std::error_code error;
+    const std::filesystem::path executable = std::filesystem::weakly_canonical(buffer, error);
+    return (error ? std::filesystem::path(buffer) : executable).parent_path();
+  }
+  std::string rootAccountName() const override { return "root"; }
+  std::string adminGroupName() const override { return "admin"; }
 };
 
 }  // namespace

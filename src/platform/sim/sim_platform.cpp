@@ -11,10 +11,25 @@
 namespace corvane::platform::sim {
 namespace {
 
+// Every folder under one root, laid out like a Mac's, with a Mac's account names: tests and
+// simulations never touch the user's real folders.
 class RootedFileLocations final : public FileLocations {
  public:
   explicit RootedFileLocations(std::filesystem::path root) : root_(std::move(root)) {}
   std::filesystem::path appGroupContainer() const override { return root_ / "group"; }
+  std::filesystem::path documentsDirectory() const override { return root_ / "Documents"; }
+  std::optional<std::filesystem::path> applicationSupportDirectory() const override {
+    return root_ / "Library" / "Application Support";
+  }
+  std::vector<std::filesystem::path> userApplicationsDirectories() const override { return {root_ / "Applications"}; }
+  std::vector<std::filesystem::path> localApplicationsDirectories() const override {
+    return {root_ / "System" / "Applications"};
+  }
+  std::filesystem::path mainExecutableDirectory() const override {
+    return root_ / "Corvane.app" / "Contents" / "MacOS";
+  }
+  std::string rootAccountName() const override { return "root"; }
+  std::string adminGroupName() const override { return "admin"; }
 
  private:
   std::filesystem::path root_;

@@ -1,0 +1,40 @@
+// Gives the SMC helper tool the rights it needs to write the SMC: owned by root, group of the
+// administrators, set-user-ID and set-group-ID, mode exactly 6555, set once with the
+// administrator's consent.
+#pragma once
+
+#include <filesystem>
+#include <functional>
+#include <optional>
+#include <string>
+
+#include "corvane/platform/file_attributes.h"
+
+namespace corvane {
+
+class HWPermissionHelper {
+ public:
+  // The only mode an installed tool may have: set-user-ID, set-group-ID, r-x for everyone.
+  static constexpr unsigned kRequiredPermissions = 06555;
+
+  // True when the tool at files::smcExePath() is owned by the platform's root account and
+  // administrators' group with mode exactly 6555. A missing file (or no path) gives false.
+  // Synchronous: one attribute read.
+  static bool isSMCPermissionGranted();
+
+  // On a new serial queue "Request Privilege": copies the shipped tool to its run path when no
+  // file is there (never replacing one), answers true at once when already granted, else asks
+  // for the administrator's consent and runs chown ROOT:ADMIN then chmod 6555 on it. Calls
+  // `completion` (when given) on the main queue with the result.
+  static void requestSMCPermissionWithCompletionHandler(std::function<void(bool)> completion);
+
+  // The rule of isSMCPermissionGranted over attributes already read.
+  static bool isGranted(const std::optional<platform::FileAttributes>& attributes, const std::string& rootAccount,
+                        const std::string& adminGroup);
+
+  // Where attributes come from (tests feed their own); null restores reading the file system.
+  using AttributesReader = std::function<std::optional<platform::FileAttributes>(const std::filesystem::path&)>;
+  static void setAttributesReader(AttributesReader reader);
+};
+
+}  // namespace corvane

@@ -1,0 +1,58 @@
+// Kernel values of a Linux host under their Mac names, read from /proc and /sys. The parsers
+// are pure functions over the files' text; the roots are parameters so tests use fixture trees.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "corvane/platform/kernel_values.h"
+
+namespace corvane::platform::procfs {
+
+// What /proc/cpuinfo tells about the processors.
+struct CpuInfo {
+  std::string brand;       // "model name" of the first processor, else its ARM core; "" unknown
+  int logicalCpus = 0;     // "processor" entries
+  int physicalCpus = 0;    // distinct (physical id, core id) pairs; the logical count without them
+  double megahertz = 0.0;  // "cpu MHz" of the first processor, 0 when absent
+};
+
+CpuInfo parseCpuInfo(std::string_view cpuinfo);
+
+// MemTotal of /proc/meminfo in bytes.
+std::optional<uint64_t> parseMemTotal(std::string_view meminfo);
+
+// "btime" of /proc/stat: the boot time in seconds since 1970.
+std::optional<int64_t> parseBootTime(std::string_view procStat);
+
+// The nominal frequency in hertz that a brand string names ("... @ 2.40GHz").
+std::optional<uint64_t> frequencyFromBrand(std::string_view brand);
+
+// A one-value file (sysfs, /proc/sys, device tree) without trailing NULs and white space;
+// nothing when that leaves it empty.
+std::optional<std::string> singleValue(std::string_view text);
+
+// Where the host's files are; tests point these at fixture trees.
+struct Roots {
+  std::filesystem::path proc = "/proc";
+  std::filesystem::path sys = "/sys";
+};
+
+// The names answered, and where from:
+//   hw.model                 DMI product_name, else the device tree's model
+//   machdep.cpu.brand_string cpuinfo
+//   hw.ncpu, hw.logicalcpu, hw.activecpu, machdep.cpu.thread_count   logical CPUs (4 bytes)
+//   hw.physicalcpu, machdep.cpu.core_count                           cores (4 bytes)
+//   hw.memsize               MemTotal (8 bytes)
+//   hw.cpufrequency          the brand's nominal frequency, else cpufreq's maximum, else
+//                            cpuinfo's current MHz (8 bytes, Hz)
+//   kern.ostype, kern.osrelease, kern.version, kern.hostname   /proc/sys/kernel
+//   kern.boottime            /proc/stat btime as the Mac's 16-byte timeval (microseconds 0)
+// Every other name has no value.
+std::shared_ptr<KernelValues> makeKernelValues(Roots roots);
+
+}  // namespace corvane::platform::procfs

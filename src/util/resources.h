@@ -1,0 +1,25 @@
+// The product's resources (JSON lists, string tables), compiled into the library by file name.
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <string_view>
+
+namespace corvane::resources {
+
+namespace embedded {
+// One file of resources/, embedded at build time.
+struct EmbeddedFile {
+  const char* name;
+  const unsigned char* data;
+  std::size_t size;
+};
+extern const EmbeddedFile kEmbeddedFiles[];
+extern const std::size_t kEmbeddedFileCount;
+}  // namespace embedded
+
+// The bytes of the resource named `fileName` (e.g. "en.strings.json"), or nullopt. The view
+// points into static storage and stays valid for the life of the process.
+std::optional<std::string_view> find(std::string_view fileName);
+
+}  // namespace corvane::resources

@@ -1,0 +1,90 @@
+#include "corvane/util/dictionaries.h"
+
+#include <climits>
+
+#include <gtest/gtest.h>
+
+namespace corvane::dictionaries {
+namespace {
+
+using nlohmann::json;
+
+TEST(DictionariesTest, PathWalk) {
+  EXPECT_EQ(safeValueForPath(json::parse(R"({"a":{"b":1}})"), "a.b"), json(1));
+  EXPECT_EQ(safeValueForPath(json::parse(R"({"a":3})"), "a.b"), std::nullopt);
+  EXPECT_EQ(safeValueForPath(json::parse(R"({"a":{"b":null}})"), "a.b"), std::nullopt);
+  EXPECT_EQ(safeValueForPath(json::parse(R"({"a":null})"), "a"), std::nullopt);
+  EXPECT_EQ(safeValueForPath(json::parse(R"({"a":{"b":1}})"), ""), std::nullopt);
+  EXPECT_EQ(safeValueForPath(json::parse(R"({"a":{"b":{"c":[1]}}})"), "a.b.c"), json::parse("[1]"));
+  EXPECT_EQ(safeValueForPath(json::parse(R"([1,2])"), "0"), std::nullopt);
+  EXPECT_EQ(safeValueForPath(json::parse(R"({"a":{"b":1}})"), "a.x"), std::nullopt);
+  EXPECT_EQ(safeDictForPath(json::parse(R"({"a":{"b":{"c":1}}})"), "a.b"), json::parse(R"({"c":1})"));
+  EXPECT_EQ(safeArrayForPath(json::parse(R"({"a":{"b":{"c":1}}})"), "a.b"), std::nullopt);
+  EXPECT_EQ(safeStringForPath(json::parse(R"({"a":{"b":7}})"), "a.b"), "7");
+  EXPECT_EQ(safeIntegerForPath(json::parse(R"({"a":{"b":"12"}})"), "a.b"), 12);
+  EXPECT_TRUE(safeBoolForPath(json::parse(R"({"a":{"b":"yes"}})"), "a.b"));
+  EXPECT_EQ(safeNumberForPath(json::parse(R"({"a":{"b":"1"}})"), "a.b"), std::nullopt);
+}
+
+// How one value answers under each read.
+struct ValueCase {
+  const char* value;  // JSON text
+  const char* string;
+  long long integer;
+  bool boolean;
+  std::optional<double> number;
+  bool dict;
+  bool array;
+};
+
+class SafeReadTest : public ::testing::TestWithParam<ValueCase> {};
+TEST_P(SafeReadTest, ReadsByKind) {
+  const ValueCase& c = GetParam();
+  const json dict = {{"k", json::parse(c.value)}};
+  EXPECT_EQ(safeStringForKey(dict, "k"), c.string) << c.value;
+  EXPECT_EQ(safeIntegerForKey(dict, "k"), c.integer) << c.value;
+  EXPECT_EQ(safeBoolForKey(dict, "k"), c.boolean) << c.value;
+  EXPECT_EQ(safeNumberForKey(dict, "k"), c.number) << c.value;
+  EXPECT_EQ(safeDictForKey(dict, "k").has_value(), c.dict) << c.value;
+  EXPECT_EQ(safeArrayForKey(dict, "k").has_value(), c.array) << c.value;
+  // A missing key gives every default.
+  EXPECT_EQ(safeStringForKey(dict, "missing"), "");
+  EXPECT_EQ(safeIntegerForKey(dict, "missing"), 0);
+  EXPECT_FALSE(safeBoolForKey(dict, "missing"));
+}
+INSTANTIATE_TEST_SUITE_P(
+    Cases, SafeReadTest,
+    ::testing::Values(ValueCase{R"("hello")", "hello", 0, false, std::nullopt, false, false},
+                      // The platform reads any text starting with 't' or 'y' as true.
+                      ValueCase{R"("text")", "text", 0, true, std::nullopt, false, false},
+                      ValueCase{R"("  42abc")", "  42abc", 42, true, std::nullopt, false, false},
+                      ValueCase{R"("-17")", "-17", -17, true, std::nullopt, false, false},
+                      ValueCase{R"("0")", "0", 0, false, std::nullopt, false, false},
+                      ValueCase{R"("007")", "007", 7, true, std::nullopt, false, false},
+                      ValueCase{R"("true")", "true", 0, true, std::nullopt, false, false},
+                      ValueCase{R"("NO")", "NO", 0, false, std::nullopt, false, false},
+                      ValueCase{R"("99999999999999999999")", "99999999999999999999", LLONG_MAX, true, std::nullopt,
+                                false, false},
+                      ValueCase{"42", "42", 42, true, 42.0, false, false},
+                      ValueCase{"-3", "-3", -3, true, -3.0, false, false},
+                      ValueCase{"2.75", "2.75", 2, true, 2.75, false, false},
+                      ValueCase{"-2.75", "-2.75", -2, true, -2.75, false, false},
+                      ValueCase{"0.25", "0.25", 0, true, 0.25, false, false},
+                      ValueCase{"3.0", "3", 3, true, 3.0, false, false},
+                      ValueCase{"1e300", "1e+300", LLONG_MAX, true, 1e300, false, false},
+                      ValueCase{"true", "1", 1, true, 1.0, false, false},
+                      ValueCase{"false", "0", 0, false, 0.0, false, false},
+                      ValueCase{"null", "", 0, false, std::nullopt, false, false},
+                      ValueCase{R"({"a":1})", "", 0, false, std::nullopt, true, false},
+                      ValueCase{"[1]", "", 0, false, std::nullopt, false, true}));
+
+TEST(DictionariesTest, ReceiverThatIsNoDictionaryGivesDefaults) {
+  for (const json& receiver : {json(nullptr), json(3), json::array({1, 2}), json("k")}) {
+    EXPECT_EQ(safeStringForKey(receiver, "k"), "");
+    EXPECT_EQ(safeNumberForKey(receiver, "k"), std::nullopt);
+    EXPECT_EQ(safeIntegerForKey(receiver, "k"), 0);
+  }
+}
+
+}  // namespace
+}  // namespace corvane::dictionaries
