@@ -1,19 +1,15 @@
 #include "helper_args.h"
+#include "platform/text.h"
 
 #include <cctype>
 
 namespace corvane::helper {
 namespace {
 
+using text::hexDigit;
+
 constexpr std::string_view kFanCharacters = "0123456789ABCDEFGHIJ";
 constexpr std::string_view kUsage = "usage: corvane-smc -k KEY -w HEX";
-
-int hexDigit(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  return -1;
-}
 
 bool parseHex(std::string_view hex, WriteRequest& request, std::string& error) {
   if (hex.empty()) {

@@ -41,6 +41,8 @@ struct MachineProfile {
   bool hasHid = false;                 // true for Apple-silicon machines
   std::vector<HidReading> hidTemperature;
   std::vector<HidReading> hidVoltage;
+  nlohmann::json displays;             // active displays ([{"builtIn": true, "name": ..., "id": 1}]); null if not recorded
+  nlohmann::json ioreg;                // I/O registry facts ({"pci": [{"model": ...}]}); null if none
 };
 
 // Parses a profile; on any malformed entry returns null and sets `error` to a message naming

@@ -2,6 +2,7 @@
 // neither header, section marker nor a well-formed key line stops the import, because a silently
 // skipped key would make the simulated machine differ from the recorded one.
 #include "platform/sim/dump_import.h"
+#include "platform/text.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -14,6 +15,8 @@
 namespace corvane::platform {
 namespace {
 
+using text::hexDigit;
+
 constexpr std::size_t kMaxValueBytes = 32;
 // What a real SMC answers for a key it will not read; used where the listing gives no code.
 constexpr uint8_t kUnreadableResult = 0x85;
@@ -24,13 +27,6 @@ constexpr std::string_view kUnableToRead = "Unable to read smc value ";
 bool isDigit(char c) { return c >= '0' && c <= '9'; }
 bool isAlpha(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
 bool isPrintable(char c) { return c >= 0x20 && c <= 0x7E; }
-
-int hexDigit(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  return -1;
-}
 
 // Non-empty, at most eight hex digits.
 std::optional<uint32_t> hexNumber(std::string_view text) {

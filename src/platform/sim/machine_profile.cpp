@@ -2,6 +2,7 @@
 // data that tests compare byte for byte, so a typo must stop the load rather than quietly change
 // what the simulated SMC answers.
 #include "corvane/platform/machine_profile.h"
+#include "platform/text.h"
 
 #include <cstdio>
 #include <exception>
@@ -11,6 +12,8 @@
 
 namespace corvane::platform {
 namespace {
+
+using text::hexDigit;
 
 using nlohmann::json;
 
@@ -22,13 +25,6 @@ std::string toJson(const json& value, int indent = -1) {
 }
 
 std::string jsonQuoted(std::string_view text) { return toJson(json(std::string(text))); }
-
-int hexDigit(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  return -1;
-}
 
 bool allHex(std::string_view text) {
   for (char c : text) {
@@ -112,6 +108,14 @@ class ProfileParser {
     if (!parseSmc(*smc, profile)) return false;
     if (auto hid = root.find("hid"); hid != root.end()) {
       if (!parseHid(*hid, profile)) return false;
+    }
+    if (auto displays = root.find("displays"); displays != root.end()) {
+      if (!displays->is_array()) return fail("\"displays\" is not an array");
+      profile.displays = *displays;
+    }
+    if (auto ioreg = root.find("ioreg"); ioreg != root.end()) {
+      if (!ioreg->is_object()) return fail("\"ioreg\" is not an object");
+      profile.ioreg = *ioreg;
     }
     return true;
   }
@@ -370,6 +374,8 @@ std::string serializeProfile(const MachineProfile& profile) {
     members.push_back("\"hid\": {\n    \"temperature\": " + readingsJson(profile.hidTemperature) +
                       ",\n    \"voltage\": " + readingsJson(profile.hidVoltage) + "\n  }");
   }
+  if (!profile.displays.is_null()) members.push_back("\"displays\": " + nested(profile.displays));
+  if (!profile.ioreg.is_null()) members.push_back("\"ioreg\": " + nested(profile.ioreg));
   std::string out = "{\n";
   for (std::size_t i = 0; i < members.size(); ++i) {
     out += "  " + members[i];

@@ -1,0 +1,27 @@
+// The HID event system of a recorded machine.
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include "corvane/platform/hid_event_system.h"
+#include "corvane/platform/machine_profile.h"
+
+namespace corvane::platform::sim {
+
+// Answers the two sensor classes from the profile's "hid" lists: temperatures for usage page
+// 0xFF00 / usage 5 with event type 15, voltages for 0xFF08 / 3 with event type 25. A list that
+// is empty, an unknown class, or a machine without "hid" lists no services. A service asked for
+// another event type has a product but no value, as a real service without such an event.
+class SimHidEventSystem final : public HidEventSystem {
+ public:
+  explicit SimHidEventSystem(std::shared_ptr<const MachineProfile> profile);
+
+  bool present() const override;
+  bool copyServices(int usagePage, int usage, int eventType, std::vector<HidService>& into) const override;
+
+ private:
+  std::shared_ptr<const MachineProfile> profile_;
+};
+
+}  // namespace corvane::platform::sim

@@ -1,0 +1,59 @@
+// The sensor list of recorded machines, as `corvane sensors --json --all` prints it, against
+// lists checked by hand.
+#include <cctype>
+#include <fstream>
+#include <iterator>
+#include <string>
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include "support/test_support.h"
+
+namespace corvane {
+namespace {
+
+std::string readFile(const std::string& path) {
+  std::ifstream file(path);
+  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
+class SensorGoldenTest : public ::testing::TestWithParam<const char*> {};
+
+TEST_P(SensorGoldenTest, CliListMatchesTheCheckedList) {
+  testing::TempDir home;
+  const auto result =
+      testing::runProgram(CORVANE_CLI_PATH, {"sensors", "--json", "--all", "--machine", GetParam()}, home.path());
+  ASSERT_EQ(result.exitCode, 0) << result.err;
+  const auto printed = nlohmann::json::parse(result.out, nullptr, false);
+  const auto golden = nlohmann::json::parse(
+      readFile(std::string(CORVANE_SOURCE_DIR) + "/tests/sensors/golden/" + GetParam() + ".json"), nullptr, false);
+  ASSERT_TRUE(printed.is_array()) << result.out;
+  ASSERT_TRUE(golden.is_array());
+  ASSERT_EQ(printed.size(), golden.size());
+  for (std::size_t i = 0; i < golden.size(); ++i) {
+    ASSERT_EQ(printed[i], golden[i]) << "entry " << i;
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Machines, SensorGoldenTest, ::testing::Values("MacBookPro16,1", "M2-Max"),
+                         [](const auto& info) {
+                           std::string name = info.param;
+                           for (char& c : name) {
+                             if (!std::isalnum(static_cast<unsigned char>(c))) c = '_';
+                           }
+                           return name;
+                         });
+
+TEST(SensorListing, PlainCorvaneShowsNamedAndComputedSensorsOnly) {
+  testing::TempDir home;
+  const auto result = testing::runProgram(CORVANE_CLI_PATH, {"--machine", "MacBookPro16,1"}, home.path());
+  ASSERT_EQ(result.exitCode, 0) << result.err;
+  EXPECT_NE(result.out.find("Temperature\n"), std::string::npos);
+  EXPECT_NE(result.out.find("Average CPU"), std::string::npos);
+  EXPECT_NE(result.out.find("rpm"), std::string::npos);
+  EXPECT_EQ(result.out.find("IBAF"), std::string::npos);  // an unknown key, hidden by default
+}
+
+}  // namespace
+}  // namespace corvane

@@ -1,0 +1,308 @@
+#include "corvane/sensors/sensor_reader.h"
+
+#include <any>
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "corvane/dispatch/dispatch.h"
+#include "corvane/platform/platform.h"
+#include "corvane/smc/smc.h"
+#include "corvane/sysinfo/system_device.h"
+#include "support/test_support.h"
+
+namespace corvane {
+namespace {
+
+using SensorList = HWSensorReader::SensorList;
+
+constexpr const char* kIntel = "Intel(R) Core(TM) i9-9980HK CPU @ 2.40GHz";
+
+// Value bytes of a temperature (sp78) and of a fan speed or other float ("flt ", little-endian).
+std::string sp78(double celsius) {
+  char hex[8];
+  std::snprintf(hex, sizeof hex, "%04x", static_cast<unsigned>(static_cast<int>(celsius * 256)) & 0xFFFFu);
+  return hex;
+}
+std::string flt(float value) {
+  unsigned char bytes[4];
+  std::memcpy(bytes, &value, sizeof bytes);
+  char hex[9];
+  std::snprintf(hex, sizeof hex, "%02x%02x%02x%02x", bytes[0], bytes[1], bytes[2], bytes[3]);
+  return hex;
+}
+
+struct Key {
+  std::string key, type, hex;
+};
+
+Key temperature(std::string key, double celsius) { return {std::move(key), "sp78", sp78(celsius)}; }
+
+std::vector<Key> fans(std::vector<float> speeds) {
+  char count[3];
+  std::snprintf(count, sizeof count, "%02zx", speeds.size());
+  std::vector<Key> keys = {{"FNum", "ui8 ", count}};
+  for (std::size_t i = 0; i < speeds.size(); ++i) {
+    const std::string fan = "F" + std::to_string(i);
+    keys.push_back({fan + "Ac", "flt ", flt(speeds[i])});
+    keys.push_back({fan + "Mn", "flt ", flt(1000.0f + 100.0f * static_cast<float>(i))});
+    keys.push_back({fan + "Mx", "flt ", flt(5000.0f + 500.0f * static_cast<float>(i))});
+  }
+  return keys;
+}
+
+std::string machine(const std::string& brand, const std::vector<Key>& keys, const std::string& hid = "",
+                    const std::string& ioreg = "") {
+  std::string json = R"({"name": "Reader", "sysctl": {"machdep.cpu.brand_string": ")" + brand + R"("}, "smc": [)";
+  for (std::size_t i = 0; i < keys.size(); ++i) {
+    json += (i ? ", " : "") + std::string(R"([")") + keys[i].key + R"(", ")" + keys[i].type + R"(", ")" +
+            keys[i].hex + R"("])";
+  }
+  json += "]";
+  if (!hid.empty()) json += R"(, "hid": )" + hid;
+  if (!ioreg.empty()) json += R"(, "ioreg": )" + ioreg;
+  return json + "}";
+}
+
+// Records what the reader delivers and on which queue.
+class Receiver : public HWBaseReaderDelegate {
+ public:
+  void readerDidReadWithResult(HWBaseReader&, const std::any& result) override {
+    ++calls;
+    onMainQueue = dispatch::mainQueue()->isCurrent();
+    if (const auto* list = std::any_cast<SensorList>(&result)) received = *list;
+  }
+  int calls = 0;
+  bool onMainQueue = false;
+  SensorList received;
+};
+
+class SensorReaderTest : public ::testing::Test {
+ protected:
+  void install(const std::string& json) {
+    testing::installMachine(testing::profileFromJson(json), dir_.path());
+    HWSystemDevice::reset();
+    reader_ = HWSensorReader::create();
+  }
+  void TearDown() override {
+    reader_.reset();
+    SMCClose();
+    HWSystemDevice::reset();
+  }
+  const SensorList& list() { return reader_->getAllSensors(); }
+  std::shared_ptr<HWSensor> find(const std::string& key) {
+    for (const auto& sensor : list()) {
+      if (sensor->key() == key) return sensor;
+    }
+    return nullptr;
+  }
+  std::vector<std::string> names() {
+    std::vector<std::string> result;
+    for (const auto& sensor : list()) result.push_back(sensor->name());
+    return result;
+  }
+
+  testing::TempDir dir_;
+  std::shared_ptr<dispatch::VirtualTime> time_ = dispatch::installVirtualTime(1'700'000'000.0);
+  std::shared_ptr<HWSensorReader> reader_;
+};
+
+TEST_F(SensorReaderTest, ListIsNamedComputedAndSortedByGroupWithUnknownLast) {
+  std::vector<Key> keys = fans({1200, 1800});
+  for (Key key : {temperature("TZZZ", 40), temperature("TC2C", 60), temperature("TC0P", 47.5),
+                  temperature("TC0C", 50), temperature("TG0P", 55), Key{"VP0R", "sp4b", "6000"},
+                  temperature("TQQQ", 0)}) {
+    keys.push_back(key);
+  }
+  install(machine(kIntel, keys));
+  const std::vector<std::string> expected = {"CPU Proximity", "CPU Core 1",   "CPU Core 2", "Average CPU",
+                                             "Hottest CPU",   "GPU Proximity", "PBus",       "Fan 1",
+                                             "Fan 2",         "Fastest Fan",   "TZZZ"};
+  EXPECT_EQ(names(), expected);
+  EXPECT_EQ(find("TC2C")->name(), "CPU Core 2");
+  EXPECT_EQ(find("TC2C")->fullName(), "CPU Core 2");
+  EXPECT_TRUE(find("TC2C")->average());
+  EXPECT_EQ(find("TC2C")->group(), sensor_group::kCPU);
+  EXPECT_EQ(find("TQQQ"), nullptr);  // invalid at build time
+  EXPECT_DOUBLE_EQ(find("AverageCPU")->value(), 55.0);
+  EXPECT_DOUBLE_EQ(find("HottestCPU")->value(), 60.0);
+  EXPECT_EQ(find("AverageCPU")->sourceType(), source_type::kComputed);
+  EXPECT_EQ(find("AverageGPU"), nullptr);  // no GPU temperature feeds the average on Intel
+  const auto fastest = find("FastestFan");
+  EXPECT_DOUBLE_EQ(fastest->value(), 1800.0);
+  EXPECT_DOUBLE_EQ(fastest->minLimitValue(), 1100.0);
+  EXPECT_DOUBLE_EQ(fastest->maxLimitValue(), 5500.0);
+  EXPECT_EQ(fastest->group(), sensor_group::kFans);
+  EXPECT_TRUE(find("TZZZ")->isUnknownSensor());
+  // Built once: the same records come back.
+  EXPECT_EQ(&reader_->getAllSensors(), &reader_->getAllSensors());
+  const auto first = list()[0];
+  reader_->setAllSensors(std::nullopt);
+  EXPECT_NE(list()[0], first);
+}
+
+TEST_F(SensorReaderTest, PatternNumbersAreDenseOverTheKeysFound) {
+  install(machine(kIntel, {temperature("TC3C", 52), temperature("TC1C", 0), temperature("TC0C", 50),
+                           temperature("TC9C", 54)}));
+  EXPECT_EQ(find("TC0C")->name(), "CPU Core 1");
+  EXPECT_EQ(find("TC3C")->name(), "CPU Core 2");
+  EXPECT_EQ(find("TC9C")->name(), "CPU Core 3");
+  EXPECT_EQ(find("TC1C"), nullptr);
+}
+
+TEST_F(SensorReaderTest, OneFanGetsNoFastestFan) {
+  install(machine(kIntel, fans({1200})));
+  EXPECT_EQ(find("FastestFan"), nullptr);
+  EXPECT_NE(find("0"), nullptr);
+}
+
+TEST_F(SensorReaderTest, StoppedFansGetNoFastestFan) {
+  install(machine(kIntel, fans({0, 0})));
+  EXPECT_EQ(find("FastestFan"), nullptr);
+}
+
+struct PlatformCase {
+  const char* brand;
+  const char* tp01;
+  const char* tp05;
+  const char* tp0P;
+};
+
+class SensorReaderPlatformTest : public SensorReaderTest, public ::testing::WithParamInterface<PlatformCase> {};
+
+TEST_P(SensorReaderPlatformTest, KeysAreNamedForTheMachinesChip) {
+  install(machine(GetParam().brand, {temperature("Tp01", 40), temperature("Tp05", 41), temperature("Tp0P", 42)}));
+  EXPECT_EQ(find("Tp01")->name(), GetParam().tp01);
+  EXPECT_EQ(find("Tp05")->name(), GetParam().tp05);
+  EXPECT_EQ(find("Tp0P")->name(), GetParam().tp0P);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Chips, SensorReaderPlatformTest,
+    ::testing::Values(PlatformCase{"Apple M1 Pro", "CPU Performance Core 1", "CPU Performance Core 2",
+                                   "CPU Performance Core 6"},
+                      PlatformCase{"Apple M2", "CPU Performance Core 1", "CPU Efficiency Core 1", "Tp0P"},
+                      PlatformCase{kIntel, "Tp01", "Tp05", "Powerboard Proximity"}));
+
+TEST_F(SensorReaderTest, UnrecognisedChipListsARecordOnceForEveryEntryOfItsKey) {
+  // Platform 0 keeps the M1, M2 and Intel meanings of "Tp09" and "Tp0P"; each entry takes the
+  // same record again, and the last entry's name sticks.
+  install(machine("Mystery Chip", {temperature("Tp09", 40), temperature("Tp0P", 42)}));
+  std::vector<std::shared_ptr<HWSensor>> tp09;
+  for (const auto& sensor : list()) {
+    if (sensor->key() == "Tp09") tp09.push_back(sensor);
+  }
+  ASSERT_EQ(tp09.size(), 2u);
+  EXPECT_EQ(tp09[0], tp09[1]);
+  EXPECT_EQ(tp09[0]->name(), "CPU Performance Core 2");
+  EXPECT_EQ(find("Tp0P")->name(), "Powerboard Proximity");
+  EXPECT_EQ(find("Tp0P")->group(), sensor_group::kPowerSupply);
+}
+
+TEST_F(SensorReaderTest, DedicatedGPUNamesTheGPUSensors) {
+  install(machine(kIntel, {temperature("TG0P", 55)}, "",
+                  R"({"pci": [{"model": "Intel UHD Graphics 630"}, {"model": "AMD Radeon Pro 5500M"}]})"));
+  EXPECT_EQ(find("TG0P")->name(), "GPU AMD Proximity");
+  EXPECT_EQ(find("TG0P")->fullName(), "GPU AMD Radeon Pro 5500M Proximity");
+}
+
+TEST_F(SensorReaderTest, ComputedFiguresWithoutContributorsReadMinusOne) {
+  install(machine(kIntel, {temperature("TC0C", 50), temperature("TC1C", 70), temperature("TC0P", 45)}));
+  reader_->setShowComputedSensors(true);
+  SensorList remaining;
+  for (const auto& sensor : list()) {
+    if (!sensor->average()) remaining.push_back(sensor);
+  }
+  ASSERT_EQ(remaining.size(), 3u);  // proximity, average, hottest
+  reader_->setAllSensors(remaining);
+  reader_->refreshValues();
+  EXPECT_DOUBLE_EQ(find("AverageCPU")->value(), -1.0);
+  EXPECT_DOUBLE_EQ(find("HottestCPU")->value(), -1.0);
+  EXPECT_DOUBLE_EQ(reader_->getSensorValueByKey("Nonsense", sensor_type::kTemperature, source_type::kComputed, list()),
+                   -1.0);
+  EXPECT_DOUBLE_EQ(reader_->getSensorValueByKey("Nonsense", sensor_type::kVoltage, source_type::kComputed, list()),
+                   0.0);
+  EXPECT_DOUBLE_EQ(reader_->getSensorValueByKey("NONE", sensor_type::kTemperature, source_type::kSMC, list()), 0.0);
+}
+
+TEST_F(SensorReaderTest, AppleSiliconNamesHIDSensorsAndAveragesThem) {
+  install(machine("Apple M1 Pro", {temperature("Tp01", 40)},
+                  R"({"temperature": [["pACC MTR Temp Sensor3", 50], ["pACC MTR Temp Sensor0", 60],
+                                      ["NAND CH0 temp", 35], ["mystery sensor", 33]], "voltage": []})"));
+  ASSERT_NE(reader_->hid(), nullptr);
+  EXPECT_EQ(find("pACC MTR Temp Sensor0")->name(), "CPU Performance Core 1");
+  EXPECT_EQ(find("pACC MTR Temp Sensor3")->name(), "CPU Performance Core 2");
+  EXPECT_EQ(find("NAND CH0 temp")->name(), "Disk 1s");
+  EXPECT_EQ(find("pACC MTR Temp Sensor0")->sourceType(), source_type::kHID);
+  EXPECT_DOUBLE_EQ(find("AverageCPU")->value(), 50.0);
+  EXPECT_EQ(list().back()->key(), "mystery sensor");
+}
+
+// Which records a pass refreshes under each setting of the three switches.
+struct SwitchCase {
+  bool unknown, hid, computed;
+};
+
+class SensorReaderSwitchTest : public SensorReaderTest, public ::testing::WithParamInterface<SwitchCase> {};
+
+TEST_P(SensorReaderSwitchTest, OnlyTheSensorsLetThroughAreRefreshed) {
+  install(machine("Apple M1 Pro", {temperature("Tp01", 40), temperature("TZZZ", 41)},
+                  R"({"temperature": [["pACC MTR Temp Sensor0", 60], ["mystery sensor", 33]], "voltage": []})"));
+  constexpr double kStale = -77.0;
+  for (const auto& sensor : list()) sensor->setValue(kStale);
+  const SwitchCase& c = GetParam();
+  reader_->setShowUnknownSensors(c.unknown);
+  reader_->setShowHIDSensors(c.hid);
+  reader_->setShowComputedSensors(c.computed);
+  reader_->refreshValues();
+  auto refreshed = [&](const char* key) { return find(key)->value() != kStale; };
+  EXPECT_TRUE(refreshed("Tp01"));
+  EXPECT_EQ(refreshed("TZZZ"), c.unknown);
+  EXPECT_EQ(refreshed("pACC MTR Temp Sensor0"), c.hid);
+  EXPECT_EQ(refreshed("mystery sensor"), c.unknown && c.hid);
+  EXPECT_EQ(refreshed("AverageCPU"), c.computed);
+  if (c.computed) {
+    // Skipped contributors keep their stale values and still feed the average.
+    EXPECT_DOUBLE_EQ(find("AverageCPU")->value(), c.hid ? 50.0 : (40.0 + kStale) / 2);
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Switches, SensorReaderSwitchTest,
+                         ::testing::Values(SwitchCase{false, false, false}, SwitchCase{true, false, false},
+                                           SwitchCase{false, true, false}, SwitchCase{false, false, true},
+                                           SwitchCase{true, true, true}, SwitchCase{false, true, true}));
+
+TEST_F(SensorReaderTest, ReaderDefaultsRefreshOnlyNamedSensors) {
+  install(machine(kIntel, {temperature("TC0P", 45)}));
+  EXPECT_FALSE(reader_->showUnknownSensors());
+  EXPECT_FALSE(reader_->showHIDSensors());
+  EXPECT_FALSE(reader_->showComputedSensors());
+  EXPECT_EQ(reader_->hid(), nullptr);  // no HID on an Intel machine
+}
+
+TEST_F(SensorReaderTest, ResultReachesTheDelegateOnTheMainQueue) {
+  install(machine(kIntel, {temperature("TC0P", 45), temperature("TC0C", 50)}));
+  auto receiver = std::make_shared<Receiver>();
+  reader_->setDelegate(receiver);
+  for (const auto& sensor : list()) sensor->setValue(0);
+  reader_->read();
+  EXPECT_EQ(receiver->calls, 0);  // values are read at once, the delivery waits for the main queue
+  EXPECT_DOUBLE_EQ(find("TC0P")->value(), 45.0);
+  time_->runUntilIdle();
+  EXPECT_EQ(receiver->calls, 1);
+  EXPECT_TRUE(receiver->onMainQueue);
+  ASSERT_EQ(receiver->received.size(), list().size());
+  EXPECT_EQ(receiver->received[0], list()[0]);  // the same records, not copies
+}
+
+TEST_F(SensorReaderTest, EmptySMCGivesAnEmptyList) {
+  install(R"({"name": "Empty", "sysctl": {}, "smc": [["#KEY", "ui32", "00000000"]]})");
+  EXPECT_TRUE(list().empty());
+}
+
+}  // namespace
+}  // namespace corvane

@@ -1,0 +1,210 @@
+#include "corvane/sensors/smc_wrapper.h"
+
+#include <sys/stat.h>
+
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "corvane/platform/platform.h"
+#include "corvane/smc/smc.h"
+#include "corvane/util/install_paths.h"
+#include "platform/sim/sim_smc_driver.h"
+#include "support/test_support.h"
+
+namespace corvane {
+namespace {
+
+// Two fans (fan 0 unnamed, fan 1 "Left"), a fan 10 that FNum does not count, and keys of every
+// kind the enumeration must keep or drop. Floats are little-endian, as the SMC hands them over.
+constexpr const char* kMachine = R"({"name": "Wrapper", "sysctl": {}, "smc": [
+  ["FNum", "ui8 ", "02"],
+  ["F0ID", "ch8*", "2020202020"],
+  ["F0Ac", "flt ", "00009644"], ["F0Mn", "flt ", "00007a44"], ["F0Mx", "flt ", "00409c45"],
+  ["F1ID", "ch8*", "204c65667400"],
+  ["F1Ac", "flt ", "0000e144"], ["F1Mn", "flt ", "00007a44"], ["F1Mx", "flt ", "00409c45"],
+  ["FAAc", "flt ", "00401c45"],
+  ["TC0P", "sp78", "2f80"],
+  ["TWAT", "zzzz", "0102"],
+  ["TNAN", "flt ", "0000c07f"],
+  ["TBAD", "sp78", "", {"size": 2, "status": "E00002C2"}],
+  ["VP0R", "sp4b", "6000"],
+  ["PSTR", "flt ", "00002041"],
+  ["IC0R", "sp87", "0080"],
+  ["MSAL", "ui8 ", "01"],
+  ["THID", "sp78", "3000", {"hidden": true}]
+]})";
+
+// Records every failure the wrapper reports.
+class Recorder : public SMCWrapperDelegate {
+ public:
+  void smcReadValueFailedWithError(const HWError& error) override { errors.push_back(error); }
+  std::vector<HWError> errors;
+};
+
+class SMCWrapperTest : public ::testing::Test {
+ protected:
+  void install(const std::string& json) {
+    testing::installMachine(testing::profileFromJson(json), dir_.path());
+    wrapper_ = std::make_shared<SMCWrapper>();
+    wrapper_->setDelegate(recorder_);
+  }
+  void SetUp() override { install(kMachine); }
+  void TearDown() override {
+    wrapper_.reset();
+    SMCClose();
+  }
+  platform::SimSmcDriver& driver() { return dynamic_cast<platform::SimSmcDriver&>(platform::current().smc()); }
+
+  // Installs as the helper tool a shell script that exits with `status`, writing its arguments
+  // to a file.
+  void installTool(int status) {
+    const auto path = std::filesystem::path(*files::smcExePath());
+    std::ofstream(path) << "#!/bin/sh\necho \"$@\" > \"" << (dir_.path() / "args").string() << "\"\nexit " << status
+                        << "\n";
+    ::chmod(path.c_str(), 0755);
+  }
+
+  testing::TempDir dir_;
+  std::shared_ptr<Recorder> recorder_ = std::make_shared<Recorder>();
+  std::shared_ptr<SMCWrapper> wrapper_;
+};
+
+TEST_F(SMCWrapperTest, FansAreCountedNamedAndRead) {
+  EXPECT_EQ(wrapper_->numberOfFans(), 2u);
+  EXPECT_EQ(wrapper_->descriptionOfFan(0), "Fan 1");  // only blanks
+  EXPECT_EQ(wrapper_->descriptionOfFan(1), "Left");   // blanks and NULs dropped
+  EXPECT_EQ(wrapper_->descriptionOfFan(2), "Fan 3");  // no key at all
+  EXPECT_DOUBLE_EQ(wrapper_->speedOfFan(0), 1200.0);
+  EXPECT_DOUBLE_EQ(wrapper_->safeMinimumSpeedOfFan(1), 1000.0);
+  EXPECT_DOUBLE_EQ(wrapper_->safeMaximumSpeedOfFan(1), 5000.0);
+  EXPECT_DOUBLE_EQ(wrapper_->speedOfFan(10), 2500.0);  // "FAAc"
+  EXPECT_DOUBLE_EQ(wrapper_->speedOfFan(20), 0.0);     // beyond the addressable fans
+  EXPECT_DOUBLE_EQ(*wrapper_->getSensorValueByKey("1", sensor_type::kFan), 1800.0);
+  EXPECT_DOUBLE_EQ(*wrapper_->getSensorValueByKey("10", sensor_type::kFan), 2500.0);
+}
+
+struct FailureCase {
+  const char* key;
+  const char* message;
+};
+
+class SMCWrapperFailureTest : public SMCWrapperTest, public ::testing::WithParamInterface<FailureCase> {};
+
+TEST_P(SMCWrapperFailureTest, ReachesTheDelegateAsOneCodeOneError) {
+  EXPECT_EQ(wrapper_->rawValueByKey(GetParam().key), std::nullopt);
+  ASSERT_EQ(recorder_->errors.size(), 1u);
+  EXPECT_EQ(recorder_->errors[0].domain, "com.HWKit");
+  EXPECT_EQ(recorder_->errors[0].code, 1);
+  EXPECT_EQ(recorder_->errors[0].message, GetParam().message);
+}
+
+INSTANTIATE_TEST_SUITE_P(Keys, SMCWrapperFailureTest,
+                         ::testing::Values(FailureCase{"TWAT", "[SMCWrapper] Convert (TWAT) failed: val:zzzz size-2"},
+                                           FailureCase{"TBAD", "[SMCWrapper] Read (TBAD) failed"},
+                                           FailureCase{"NONE", "[SMCWrapper] Read (NONE) failed"}));
+
+TEST_F(SMCWrapperTest, StringOfAnUnreadableKeyReportsTheReadMessage) {
+  EXPECT_EQ(wrapper_->rawStringValueByKey("F5ID"), std::nullopt);
+  ASSERT_EQ(recorder_->errors.size(), 1u);
+  EXPECT_EQ(recorder_->errors[0].message, "[SMCWrapper] Read (F5ID) failed");
+}
+
+TEST_F(SMCWrapperTest, NoDelegateMeansFailuresAreSilent) {
+  wrapper_->setDelegate(nullptr);
+  EXPECT_EQ(wrapper_->rawValueByKey("TWAT"), std::nullopt);
+  EXPECT_TRUE(recorder_->errors.empty());
+}
+
+TEST_F(SMCWrapperTest, KeysAreEnumeratedOnceKeepingNaNAndDroppingUnknownTypes) {
+  const std::vector<std::string> expected = {"TC0P", "TNAN", "VP0R", "PSTR", "IC0R"};
+  EXPECT_EQ(wrapper_->getAllSensorKeys(), expected);
+  EXPECT_EQ(wrapper_->cachedAllSensorKeys(), expected);
+  driver().resetCounts();
+  EXPECT_EQ(wrapper_->getAllSensorKeys(), expected);
+  EXPECT_EQ(driver().counts().total(), 0u);
+}
+
+TEST_F(SMCWrapperTest, UnreadableKeyCountGivesNoKeysAndIsTriedAgain) {
+  install(R"({"name": "NoCount", "sysctl": {}, "smc": [
+    ["#KEY", "ui32", "", {"size": 4, "status": "E00002C2"}], ["TC0P", "sp78", "2f80"]]})");
+  EXPECT_TRUE(wrapper_->getAllSensorKeys().empty());
+  driver().resetCounts();
+  EXPECT_TRUE(wrapper_->getAllSensorKeys().empty());
+  EXPECT_GE(driver().counts().read, 1u);  // enumerated again, not answered from a cache
+  ASSERT_EQ(recorder_->errors.size(), 2u);
+  EXPECT_EQ(recorder_->errors[1].message, "[SMCWrapper] Read (#KEY) failed");
+}
+
+TEST_F(SMCWrapperTest, AllSensorsListsFansFirstThenKeysWithTheirTypes) {
+  const auto sensors = wrapper_->getAllSensors();
+  ASSERT_EQ(sensors.size(), 7u);
+  struct Expected {
+    const char* key;
+    const char* name;
+    std::uint64_t type;
+    std::uint64_t group;
+    double min, max;
+  };
+  const Expected expected[] = {{"0", "Fan 1", 1, 11, 1000, 5000}, {"1", "Left", 1, 11, 1000, 5000},
+                               {"TC0P", "TC0P", 0, 0, 0, 110},    {"TNAN", "TNAN", 0, 0, 0, 110},
+                               {"VP0R", "VP0R", 2, 0, 0, 0},      {"PSTR", "PSTR", 4, 0, 0, 0},
+                               {"IC0R", "IC0R", 3, 0, 0, 0}};
+  for (std::size_t i = 0; i < sensors.size(); ++i) {
+    SCOPED_TRACE(expected[i].key);
+    EXPECT_EQ(sensors[i]->key(), expected[i].key);
+    EXPECT_EQ(sensors[i]->name(), expected[i].name);
+    EXPECT_EQ(sensors[i]->fullName(), expected[i].name);
+    EXPECT_EQ(sensors[i]->type(), expected[i].type);
+    EXPECT_EQ(sensors[i]->group(), expected[i].group);
+    EXPECT_EQ(sensors[i]->minLimitValue(), expected[i].min);
+    EXPECT_EQ(sensors[i]->maxLimitValue(), expected[i].max);
+    EXPECT_EQ(sensors[i]->platform(), 511u);
+    EXPECT_EQ(sensors[i]->sourceType(), source_type::kSMC);
+    EXPECT_FALSE(sensors[i]->average());
+  }
+  EXPECT_DOUBLE_EQ(sensors[1]->value(), 1800.0);
+  EXPECT_DOUBLE_EQ(sensors[2]->value(), 47.5);
+  EXPECT_TRUE(std::isnan(sensors[3]->value()));
+  EXPECT_DOUBLE_EQ(sensors[5]->value(), 10.0);
+  // Records are made afresh on every call.
+  EXPECT_NE(wrapper_->getAllSensors()[0], sensors[0]);
+}
+
+TEST_F(SMCWrapperTest, SeveralWrappersShareTheConnection) {
+  auto second = std::make_shared<SMCWrapper>();
+  second.reset();
+  EXPECT_DOUBLE_EQ(*wrapper_->rawValueByKey("TC0P"), 47.5);
+}
+
+TEST_F(SMCWrapperTest, ExternalValueIsFalseWhenTheToolIsMissing) {
+  ASSERT_TRUE(files::smcExePath().has_value());
+  ASSERT_EQ(files::smcExePath()->rfind(dir_.path().string(), 0), 0u);  // the test's own folder
+  EXPECT_FALSE(wrapper_->setExternalValue("00c0a944", "F0Tg"));
+}
+
+struct ExitCase {
+  int status;
+  bool written;
+};
+
+class SMCWrapperToolTest : public SMCWrapperTest, public ::testing::WithParamInterface<ExitCase> {};
+
+TEST_P(SMCWrapperToolTest, ExternalValueIsTrueExactlyOnExitStatusZero) {
+  installTool(GetParam().status);
+  EXPECT_EQ(wrapper_->setExternalValue("00c0a944", "F0Tg"), GetParam().written);
+  std::ifstream args(dir_.path() / "args");
+  std::string line;
+  std::getline(args, line);
+  EXPECT_EQ(line, "-k F0Tg -w 00c0a944");
+}
+
+INSTANTIATE_TEST_SUITE_P(Statuses, SMCWrapperToolTest,
+                         ::testing::Values(ExitCase{0, true}, ExitCase{1, false}, ExitCase{3, false}));
+
+}  // namespace
+}  // namespace corvane
