@@ -1,0 +1,134 @@
+#include "corvane/platform/global_notifications.h"
+
+#include <gtest/gtest.h>
+
+#include "corvane/dispatch/dispatch.h"
+#include "platform/global_notifications_backends.h"
+#include "settings/process_support.h"
+
+namespace corvane::platform {
+namespace {
+
+using nlohmann::json;
+using Received = std::vector<std::pair<std::string, json>>;
+
+GlobalNotifications::Observer recordInto(Received& received) {
+  return [&received](const std::string& name, const json& info) { received.emplace_back(name, info); };
+}
+
+TEST(InProcessNotifications, ObserversHearTheirNameOrEverythingOnTheMainQueueInOrder) {
+  auto clock = dispatch::installVirtualTime(0);
+  auto centre = GlobalNotifications::inProcess();
+  Received named, all;
+  auto byName = centre->addObserver("A", recordInto(named));
+  auto everything = centre->addObserver(std::nullopt, recordInto(all));
+
+  centre->post("A", {{"k", 1}});
+  centre->post("B", json::array({1, 2}));  // not an object: travels as an empty one
+  EXPECT_TRUE(named.empty()) << "observers run on the main queue, not inside post";
+  clock->runUntilIdle();
+
+  EXPECT_EQ(named, (Received{{"A", {{"k", 1}}}}));
+  EXPECT_EQ(all, (Received{{"A", {{"k", 1}}}, {"B", json::object()}}));
+  EXPECT_FALSE(centre->crossesProcesses());
+}
+
+TEST(InProcessNotifications, ADroppedTokenStopsEvenCallsAlreadyQueued) {
+  auto clock = dispatch::installVirtualTime(0);
+  auto centre = GlobalNotifications::inProcess();
+  Received received;
+  auto token = centre->addObserver("A", recordInto(received));
+  centre->post("A", {});
+  token.reset();
+  centre->post("A", {});
+  clock->runUntilIdle();
+  EXPECT_TRUE(received.empty());
+}
+
+TEST(InProcessNotifications, TokensMayOutliveTheirCentre) {
+  auto clock = dispatch::installVirtualTime(0);
+  auto centre = GlobalNotifications::inProcess();
+  Received received;
+  auto token = centre->addObserver(std::nullopt, recordInto(received));
+  centre.reset();
+  token.reset();
+  clock->runUntilIdle();
+  EXPECT_TRUE(received.empty());
+}
+
+TEST(BusNotifications, NoAddressOrNoBusFallsBackToThisProcessAndSaysSoOnce) {
+  ::testing::internal::CaptureStderr();
+  auto none = busOrInProcessNotifications(nullptr);
+  auto unreachable = busOrInProcessNotifications("unix:path=/nonexistent/corvane-bus");
+  const std::string err = ::testing::internal::GetCapturedStderr();
+  ASSERT_NE(none, nullptr);
+  ASSERT_NE(unreachable, nullptr);
+  EXPECT_FALSE(none->crossesProcesses());
+  EXPECT_FALSE(unreachable->crossesProcesses());
+  // Once per process: an earlier test may already have said it, so at most one line here.
+  EXPECT_LE(std::count(err.begin(), err.end(), '\n'), 1) << err;
+
+  auto clock = dispatch::installVirtualTime(0);
+  Received received;
+  auto token = unreachable->addObserver("X", recordInto(received));
+  unreachable->post("X", {{"appMode", 1}});
+  clock->runUntilIdle();
+  EXPECT_EQ(received, (Received{{"X", {{"appMode", 1}}}}));
+}
+
+struct AddressCase {
+  const char* address;
+  std::vector<std::optional<BusSocket>> entries;
+};
+
+class BusAddresses : public ::testing::TestWithParam<AddressCase> {};
+
+TEST_P(BusAddresses, NameTheirUnixSockets) { EXPECT_EQ(parseBusAddress(GetParam().address), GetParam().entries); }
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, BusAddresses,
+    ::testing::Values(
+        AddressCase{"unix:path=/tmp/dbus-yw9TdeN33D,guid=3f077ed552b6024a", {BusSocket{"/tmp/dbus-yw9TdeN33D", false}}},
+        AddressCase{"unix:path=/run/user/1000/bus", {BusSocket{"/run/user/1000/bus", false}}},
+        AddressCase{"unix:guid=1,abstract=/tmp/dbus-x", {BusSocket{"/tmp/dbus-x", true}}},
+        AddressCase{"unix:path=/tmp/a%20b%2c", {BusSocket{"/tmp/a b,", false}}},
+        AddressCase{"unix:path=/tmp/bad%2", {BusSocket{"/tmp/bad%2", false}}},
+        AddressCase{"tcp:host=localhost,port=1;unix:path=/x", {std::nullopt, BusSocket{"/x", false}}},
+        AddressCase{"unix:tmpdir=/tmp", {std::nullopt}}, AddressCase{"", {}}, AddressCase{";;", {}},
+        AddressCase{"nonsense", {std::nullopt}}));
+
+TEST(BusNotifications, ABadAddressGivesNoCentreAndAReason) {
+  std::string error;
+  EXPECT_EQ(busNotifications("unix:path=/nonexistent/corvane-bus", &error), nullptr);
+  EXPECT_FALSE(error.empty());
+}
+
+TEST(BusNotifications, PostsReachEveryConnectionOfTheBusWhole) {
+  testing::PrivateBus bus;
+  ASSERT_TRUE(bus.running());
+  std::string error;
+  auto sender = busNotifications(bus.address(), &error);
+  auto receiver = busNotifications(bus.address(), &error);
+  ASSERT_NE(sender, nullptr) << error;
+  ASSERT_NE(receiver, nullptr) << error;
+  EXPECT_TRUE(sender->crossesProcesses());
+
+  Received atReceiver, atSender, unrelated;
+  auto a = receiver->addObserver("HWUpdateFrequencyDidChangeNotification", recordInto(atReceiver));
+  auto b = sender->addObserver(std::nullopt, recordInto(atSender));
+  auto c = receiver->addObserver("Other", recordInto(unrelated));
+
+  const json info = {{"HWFileLoggingSensorsKey", {"TC0P", "ünïcode"}},
+                     {"nested", {{"x", 1.5}, {"y", json::array()}}},
+                     {"appMode", 1}};
+  sender->post("HWUpdateFrequencyDidChangeNotification", info);
+  ASSERT_TRUE(testing::runMainQueueUntil([&] { return !atReceiver.empty() && !atSender.empty(); },
+                                         std::chrono::seconds(10)));
+  EXPECT_EQ(atReceiver, (Received{{"HWUpdateFrequencyDidChangeNotification", info}}));
+  // The poster's own process hears its post, as with the distributed centre.
+  EXPECT_EQ(atSender, (Received{{"HWUpdateFrequencyDidChangeNotification", info}}));
+  EXPECT_TRUE(unrelated.empty());
+}
+
+}  // namespace
+}  // namespace corvane::platform

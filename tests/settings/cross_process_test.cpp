@@ -1,0 +1,198 @@
+// Settings and their announcements between real processes, over a private D-Bus session bus.
+#include <algorithm>
+#include <csignal>
+#include <fstream>
+#include <iterator>
+
+#include <gtest/gtest.h>
+
+#include "corvane/platform/global_notifications.h"
+#include "corvane/platform/platform.h"
+#include "corvane/settings/settings_data_store.h"
+#include "corvane/settings/settings_keys.h"
+#include "platform/global_notifications_backends.h"
+#include "settings/process_support.h"
+#include "support/test_support.h"
+
+namespace corvane {
+namespace {
+
+using namespace std::chrono_literals;
+using nlohmann::json;
+
+struct Finished {
+  std::optional<int> exitCode;
+  std::string out;
+};
+
+class CrossProcess : public ::testing::Test {
+ protected:
+  void SetUp() override { ASSERT_TRUE(bus_.running()) << "dbus-daemon did not start"; }
+  void TearDown() override {
+    // Our platform's connections go before the bus does.
+    platform::SimulatedOptions options;
+    options.root = dataHome_.path() / "after";
+    options.announce = false;
+    platform::install(platform::simulated(nullptr, options));
+  }
+
+  std::vector<std::string> childEnvironment(bool withBus = true) const {
+    return testing::environmentWith({{"XDG_DATA_HOME", dataHome_.path().string()},
+                                     {"DBUS_SESSION_BUS_ADDRESS", withBus ? bus_.address() : std::string()}});
+  }
+
+  // Runs `corvane` with `args` to its end (bounded) and collects its output.
+  Finished corvane(const std::vector<std::string>& args, bool withBus = true) {
+    testing::ChildProcess child(CORVANE_CLI_PATH, args, childEnvironment(withBus));
+    Finished result;
+    while (auto line = child.output().readLine(30s)) result.out += *line + "\n";
+    result.exitCode = child.wait(30s);
+    return result;
+  }
+
+  // This process on the same settings file as the children, with its own connection to the bus.
+  void joinTheChildren() {
+    platform::SimulatedOptions options;
+    options.root = testing::rootSharedWith(dataHome_.path());
+    options.announce = false;
+    auto platform = platform::simulated(nullptr, options);
+    std::string error;
+    auto centre = platform::busNotifications(bus_.address(), &error);
+    ASSERT_NE(centre, nullptr) << error;
+    platform->provide<platform::GlobalNotifications>(centre);
+    platform::install(platform);
+  }
+
+  testing::PrivateBus bus_;
+  testing::TempDir dataHome_;
+};
+
+TEST_F(CrossProcess, AWriteInOneProcessReachesTheDelegatesOfAnother) {
+  joinTheChildren();
+  auto store = HWSettingsDataStore::create(std::make_shared<HWPrefData>(), nullptr, [] { return "en"; });
+  struct Delegate : HWSettingsDataStoreDelegate {
+    void settingsDataStoreUpdateFrequencyDidChange(std::int64_t interval) override { intervals.push_back(interval); }
+    std::vector<std::int64_t> intervals;
+  };
+  auto delegate = std::make_shared<Delegate>();
+  store->addDelegate(delegate);
+
+  const Finished set = corvane({"settings", "set", "HWUpdateFrequencyKey", "1"});
+  ASSERT_EQ(set.exitCode, 0);
+  ASSERT_TRUE(testing::runMainQueueUntil([&] { return !delegate->intervals.empty(); }, 10s));
+  EXPECT_EQ(delegate->intervals, std::vector<std::int64_t>{5});
+  EXPECT_EQ(store->updateFrequency(), 1u);
+
+  // And back: this process writes, another reads the shared file.
+  store->setGraphTimeRange(2);
+  const Finished get = corvane({"settings", "get", "HWGraphTimeRangeKey"});
+  EXPECT_EQ(get.exitCode, 0);
+  EXPECT_EQ(get.out, "2\n");
+}
+
+TEST_F(CrossProcess, WatchPrintsEveryAnnouncementOfAnotherProcess) {
+  testing::ChildProcess watch(CORVANE_CLI_PATH, {"watch"}, childEnvironment());
+  ASSERT_TRUE(watch.started());
+
+  // The watcher is ready once it echoes a probe of ours.
+  std::string error;
+  auto centre = platform::busNotifications(bus_.address(), &error);
+  ASSERT_NE(centre, nullptr) << error;
+  bool ready = false;
+  for (auto deadline = std::chrono::steady_clock::now() + 20s; !ready && std::chrono::steady_clock::now() < deadline;) {
+    centre->post("CorvaneTestProbe", {{"n", 1}});
+    if (auto line = watch.output().readLine(100ms)) ready = *line == R"(CorvaneTestProbe {"n":1})";
+  }
+  ASSERT_TRUE(ready) << "corvane watch printed no probe";
+
+  ASSERT_EQ(corvane({"settings", "set", "HWUpdateFrequencyKey", "1"}).exitCode, 0);
+  ASSERT_EQ(corvane({"settings", "set", "HWFanValueTypeKey", "1"}).exitCode, 0);
+  ASSERT_EQ(corvane({"settings", "set", "HWGraphTimeRangeKey", "1"}).exitCode, 0);  // announces nothing
+  ASSERT_EQ(corvane({"settings", "set", "HWFileLoggingSensorsKey", R"(["TC0P","F0Ac"])"}).exitCode, 0);
+
+  std::vector<std::string> announced;
+  while (announced.size() < 3) {
+    auto line = watch.output().readLine(10s);
+    ASSERT_TRUE(line) << "after " << announced.size() << " announcements";
+    if (line->rfind("CorvaneTestProbe", 0) != 0) announced.push_back(*line);
+  }
+  EXPECT_EQ(announced, (std::vector<std::string>{
+                           R"(HWUpdateFrequencyDidChangeNotification {"HWUpdateFrequencyKey":1,"appMode":0})",
+                           R"(HWFanSettingsDidChangeNotification {"HWFanValueTypeKey":1,"appMode":0})",
+                           R"(HWFileLoggingSensorKeysDidChangeNotification {"HWFileLoggingSensorsKey":["TC0P","F0Ac"],"appMode":0})"}));
+
+  ::kill(watch.pid(), SIGINT);
+  EXPECT_EQ(watch.wait(10s), 0) << "an interrupted watch ends cleanly";
+}
+
+TEST_F(CrossProcess, WithoutABusAnnouncementsStayInTheWritingProcess) {
+  testing::ChildProcess watch(CORVANE_CLI_PATH, {"watch"}, childEnvironment(), (dataHome_.path() / "watch.err").string());
+  // A writer without a bus address still stores the value, and says once that it cannot announce.
+  testing::ChildProcess writer(CORVANE_CLI_PATH, {"settings", "set", "HWUpdateFrequencyKey", "2"},
+                               childEnvironment(/*withBus=*/false), (dataHome_.path() / "writer.err").string());
+  EXPECT_EQ(writer.wait(30s), 0);
+  std::ifstream errFile(dataHome_.path() / "writer.err");
+  const std::string err((std::istreambuf_iterator<char>(errFile)), std::istreambuf_iterator<char>());
+  EXPECT_NE(err.find("No D-Bus session bus"), std::string::npos) << err;
+  EXPECT_EQ(std::count(err.begin(), err.end(), '\n'), 1) << err;
+  EXPECT_EQ(corvane({"settings", "get", "HWUpdateFrequencyKey"}).out, "2\n");
+  // The watcher on the bus hears nothing of it.
+  EXPECT_FALSE(watch.output().readLine(300ms).has_value());
+}
+
+struct RefusedCase {
+  std::vector<std::string> args;
+};
+
+class CliRefuses : public CrossProcess, public ::testing::WithParamInterface<RefusedCase> {};
+
+TEST_P(CliRefuses, BadValuesWithExitTwoAndStoresNothing) {
+  const Finished result = corvane(GetParam().args);
+  EXPECT_EQ(result.exitCode, 2);
+  EXPECT_TRUE(result.out.empty());
+  // Not stored: `get` shows the default, or fails for a key the product does not have.
+  const Finished get = corvane({"settings", "get", GetParam().args[2]});
+  EXPECT_TRUE(get.out.find("(default") != std::string::npos || (get.exitCode == 1 && get.out.empty())) << get.out;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, CliRefuses,
+    ::testing::Values(RefusedCase{{"settings", "set", "HWUpdateFrequencyKey", "-1"}},
+                      RefusedCase{{"settings", "set", "HWUpdateFrequencyKey", "fast"}},
+                      RefusedCase{{"settings", "set", "HWUpdateFrequencyKey", "1.5"}},
+                      RefusedCase{{"settings", "set", "HWOpenAtLogin", "maybe"}},
+                      RefusedCase{{"settings", "set", "HWFileLoggingSensorsKey", "TC0P"}},
+                      RefusedCase{{"settings", "set", "HWFileLoggingSensorsKey", "[1,2]"}},
+                      RefusedCase{{"settings", "set", "HWReaderTimerStart_cpu", "soon"}},
+                      RefusedCase{{"settings", "set", "NoSuchSetting", "1"}}),
+    [](const auto& info) { return std::to_string(info.index) + "_" + info.param.args[2]; });
+
+TEST_F(CrossProcess, ListShowsEveryKeyWithItsValueOrItsDefault) {
+  ASSERT_EQ(corvane({"settings", "set", "HWTempUnitCelsius", "NO"}).exitCode, 0);
+  ASSERT_EQ(corvane({"settings", "set", "HWReaderTimerStart_cpu_load", "12.5"}).exitCode, 0);
+  const Finished list = corvane({"settings", "list"});
+  ASSERT_EQ(list.exitCode, 0);
+  const auto lineOf = [&](const std::string& key) {
+    const auto start = list.out.find(key + " ");
+    if (start == std::string::npos) return std::string();
+    return list.out.substr(start, list.out.find('\n', start) - start);
+  };
+  for (const auto& row : settings::kSettingKeys) {
+    if (!row.prefix) {
+      EXPECT_FALSE(lineOf(std::string(row.key)).empty()) << row.key;
+    }
+  }
+  EXPECT_NE(lineOf("HWTempUnitCelsius").find(" false"), std::string::npos);
+  EXPECT_EQ(lineOf("HWTempUnitCelsius").find("(default)"), std::string::npos);
+  EXPECT_NE(lineOf("HWShowComputedSensorsKey").find("true (default)"), std::string::npos);
+  EXPECT_NE(lineOf("HWUpdateFrequencyKey").find("0 (default)"), std::string::npos);
+  EXPECT_NE(lineOf("num_of_top_processes").find("12 (default)"), std::string::npos);
+  EXPECT_NE(lineOf("HWReaderTimerStart_cpu_load").find("12.5"), std::string::npos);
+  EXPECT_NE(lineOf("HWFileLoggingPathKey").find("Corvane_Log.csv\" (default)"), std::string::npos);
+  EXPECT_NE(lineOf("HWFanControllerFanSetNameKey").find("(not set)"), std::string::npos);
+  // Listing writes nothing: the language is not resolved into the suite.
+  EXPECT_NE(corvane({"settings", "get", "CURRENT_LANGUAGE_KEY"}).out.find("(default)"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace corvane
