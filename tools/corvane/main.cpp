@@ -43,6 +43,8 @@ int main(int argc, char** argv) {
                  "Simulate a recorded machine: a built-in profile name or a profile file");
   registerSmcCommands(app, context);
   registerProfileCommands(app, context);
+  registerSensorCommands(app, context);
+  registerSettingsCommands(app, context);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {

@@ -167,6 +167,6 @@ void registerSmcCommands(CLI::App& app, Context& context) {
   read->callback([&context, key, readJson] { context.exitCode = readKey(context, *key, *readJson); });
 }
 
-int runDefaultView(Context& context) { return listKeys(context, false); }
+int runDefaultView(Context& context) { return runSensorListing(context); }
 
 }  // namespace corvane::cli
