@@ -32,6 +32,14 @@ kern_return_t driverCall(const SMCKeyData& input, SMCKeyData& output) {
   return platform::current().smc().call(kSMCUserClientSelector, input, output);
 }
 
+// A zeroed record carrying `command`; the driver reads every field, so nothing may be left over.
+SMCKeyData commandRecord(uint8_t command) {
+  SMCKeyData record;
+  std::memset(&record, 0, sizeof record);
+  record.data8 = command;
+  return record;
+}
+
 }  // namespace
 
 int keyInfoCacheCount() {
@@ -94,12 +102,9 @@ kern_return_t SMCGetKeyInfo(uint32_t key, SMCKeyDataKeyInfo* info) {
     }
   }
 
-  SMCKeyData input;
-  SMCKeyData output;
-  std::memset(&input, 0, sizeof input);
-  std::memset(&output, 0, sizeof output);
+  SMCKeyData input = commandRecord(kSMCCmdGetKeyInfo);
+  SMCKeyData output = commandRecord(0);
   input.key = key;
-  input.data8 = kSMCCmdGetKeyInfo;
   const kern_return_t result = driverCall(input, output);
   if (result == 0) {
     *info = output.keyInfo;
@@ -124,13 +129,10 @@ kern_return_t SMCReadKey(const char* key, SMCValue* value) {
   value->dataSize = info.dataSize;
   SMCConvertNumberToString(value->dataType, info.dataType);
 
-  SMCKeyData input;
-  SMCKeyData output;
-  std::memset(&input, 0, sizeof input);
-  std::memset(&output, 0, sizeof output);
+  SMCKeyData input = commandRecord(kSMCCmdReadKey);
+  SMCKeyData output = commandRecord(0);
   input.key = packed;
   input.keyInfo.dataSize = info.dataSize;
-  input.data8 = kSMCCmdReadKey;
   result = driverCall(input, output);
   if (result != 0) {
     return result;
@@ -141,11 +143,8 @@ kern_return_t SMCReadKey(const char* key, SMCValue* value) {
 }
 
 kern_return_t SMCReadKeyByIndex(uint32_t index, SMCValue* value) {
-  SMCKeyData input;
-  SMCKeyData output;
-  std::memset(&input, 0, sizeof input);
-  std::memset(&output, 0, sizeof output);
-  input.data8 = kSMCCmdGetKeyFromIndex;
+  SMCKeyData input = commandRecord(kSMCCmdGetKeyFromIndex);
+  SMCKeyData output = commandRecord(0);
   input.data32 = index;
   const kern_return_t result = driverCall(input, output);
   if (result != 0) {
@@ -168,12 +167,9 @@ kern_return_t SMCWriteKey(SMCValue value) {
   if (current.dataSize != value.dataSize) {
     return kSMCReturnError;
   }
-  SMCKeyData input;
-  SMCKeyData output;
-  std::memset(&input, 0, sizeof input);
-  std::memset(&output, 0, sizeof output);
+  SMCKeyData input = commandRecord(kSMCCmdWriteKey);
+  SMCKeyData output = commandRecord(0);
   input.key = SMCConvertStringToNumber(value.key, 4, 16);
-  input.data8 = kSMCCmdWriteKey;
   input.keyInfo.dataSize = current.dataSize;
   std::memcpy(input.bytes, value.bytes, sizeof input.bytes);
   return driverCall(input, output);

@@ -5,15 +5,13 @@
 #include <optional>
 #include <string_view>
 
+#include "platform/embedded_file.h"
+
 namespace corvane::resources {
 
 namespace embedded {
-// One file of resources/, embedded at build time.
-struct EmbeddedFile {
-  const char* name;
-  const unsigned char* data;
-  std::size_t size;
-};
+// The files of resources/, embedded at build time.
+using corvane::EmbeddedFile;
 extern const EmbeddedFile kEmbeddedFiles[];
 extern const std::size_t kEmbeddedFileCount;
 }  // namespace embedded

@@ -45,10 +45,10 @@ CFOwned fileUrl(const std::string& path) {
 }
 
 OSStatus openUrl(CFURLRef appUrl, LSLaunchFlags flags) {
-  LSLaunchURLSpec spec{};
-  spec.appURL = appUrl;
-  spec.launchFlags = flags;
-  return LSOpenFromURLSpec(&spec, nullptr);
+  LSLaunchURLSpec launch{};
+  launch.appURL = appUrl;
+  launch.launchFlags = flags;
+  return LSOpenFromURLSpec(&launch, nullptr);
 }
 
 class LaunchServicesApplications final : public RunningApplications {

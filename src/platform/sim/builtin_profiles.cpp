@@ -10,16 +10,13 @@
 #include <mutex>
 
 #include "corvane/platform/machine_profile.h"
+#include "platform/embedded_file.h"
 
 namespace corvane::platform {
 
 namespace embedded {
 // Generated at build time from profiles/*.json.
-struct EmbeddedFile {
-  const char* name;
-  const unsigned char* data;
-  std::size_t size;
-};
+using corvane::EmbeddedFile;
 extern const EmbeddedFile kEmbeddedFiles[];
 extern const std::size_t kEmbeddedFileCount;
 }  // namespace embedded
