@@ -318,8 +318,14 @@ std::string entryLine(const SmcEntry& entry) {
   if (entry.redacted) add("\"redacted\": true");
   if (entry.hidden) add("\"hidden\": true");
 
-  std::string line =
-      "[" + jsonQuoted(unpackFourCc(entry.key)) + ", " + jsonQuoted(unpackFourCc(entry.type)) + ", \"" + hex + "\"";
+  // Appended piece by piece: g++ 12 warns falsely (-Wrestrict) on a "[" + std::string chain.
+  std::string line = "[";
+  line += jsonQuoted(unpackFourCc(entry.key));
+  line += ", ";
+  line += jsonQuoted(unpackFourCc(entry.type));
+  line += ", \"";
+  line += hex;
+  line += "\"";
   if (!options.empty()) line += ", " + options + "}";
   return line + "]";
 }
