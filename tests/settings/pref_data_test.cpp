@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include "settings/announcement_fixture.h"
+
 #include "corvane/dispatch/dispatch.h"
 #include "corvane/platform/global_notifications.h"
 #include "corvane/platform/platform.h"
@@ -96,26 +98,12 @@ TEST(HWPrefData, ObjectForKeyWithDefaultAndRemoval) {
   EXPECT_TRUE(prefs.userDefaults().keys().empty());
 }
 
-class Broadcasts : public ::testing::Test {
+class Broadcasts : public testing::AnnouncementTest {
  protected:
-  void SetUp() override {
-    platform::SimulatedOptions options;
-    options.root = dir_.path();
-    options.announce = false;
-    platform::install(platform::simulated(nullptr, options));
-    clock_ = dispatch::installVirtualTime(0);
-    token_ = platform::current().service<platform::GlobalNotifications>().addObserver(
-        std::nullopt, [this](const std::string& name, const json& info) { received_.emplace_back(name, info); });
-  }
   void TearDown() override {
     HWNotificationUtils::setAppModeProvider(nullptr);
-    token_.reset();
+    AnnouncementTest::TearDown();
   }
-
-  testing::TempDir dir_;
-  std::shared_ptr<dispatch::VirtualTime> clock_;
-  std::unique_ptr<platform::GlobalNotifications::Token> token_;
-  std::vector<std::pair<std::string, json>> received_;
 };
 
 TEST_F(Broadcasts, AWriteIsStoredAtOnceAndAnnouncedLaterWithKeyValueAndAppMode) {

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "settings/announcement_fixture.h"
+
 #include "corvane/dispatch/dispatch.h"
 #include "corvane/monitors/monitor_timer.h"
 #include "corvane/platform/global_notifications.h"
@@ -29,21 +31,11 @@ class FixedSensorKeys : public LoggedSensorKeysSource {
   std::vector<std::string> keys_;
 };
 
-// A fresh simulated platform (with its own settings file) and the virtual clock; records every
-// global notification.
-class SettingsTest : public ::testing::Test {
+class SettingsTest : public testing::AnnouncementTest {
  protected:
-  void SetUp() override {
-    platform::SimulatedOptions options;
-    options.root = dir_.path();
-    options.announce = false;
-    platform::install(platform::simulated(nullptr, options));
-    clock_ = dispatch::installVirtualTime(1'700'000'000);
-    token_ = platform::current().service<platform::GlobalNotifications>().addObserver(
-        std::nullopt, [this](const std::string& name, const json& info) { received_.emplace_back(name, info); });
-  }
+  SettingsTest() : AnnouncementTest(1'700'000'000) {}
   void TearDown() override {
-    token_.reset();
+    AnnouncementTest::TearDown();
     settings::uninstallHooks();
   }
 
@@ -53,17 +45,7 @@ class SettingsTest : public ::testing::Test {
                                        std::make_shared<FixedSensorKeys>(std::move(visible)),
                                        [preferred] { return preferred; });
   }
-  std::vector<std::string> receivedNames() const {
-    std::vector<std::string> names;
-    for (const auto& entry : received_) names.push_back(entry.first);
-    return names;
-  }
   platform::DefaultsSuite& suite() { return platform::current().service<platform::DefaultsSuite>(); }
-
-  testing::TempDir dir_;
-  std::shared_ptr<dispatch::VirtualTime> clock_;
-  std::unique_ptr<platform::GlobalNotifications::Token> token_;
-  Received received_;
 };
 
 // --- Every default of this store's keys, read through the store, matches the key table.

@@ -39,11 +39,24 @@ std::shared_ptr<const platform::MachineProfile> profileFromJson(const std::strin
   return profile;
 }
 
-void installMachine(std::shared_ptr<const platform::MachineProfile> profile,
-                    const std::filesystem::path& root) {
+void installSimulated(std::shared_ptr<const platform::MachineProfile> profile, const std::filesystem::path& root,
+                      bool announce) {
   platform::SimulatedOptions options;
   options.root = root;
+  options.announce = announce;
   platform::install(platform::simulated(std::move(profile), options));
+}
+
+std::shared_ptr<const platform::MachineProfile> builtinMachine(std::string_view name) {
+  std::string error;
+  auto profile = platform::loadBuiltinProfile(name, &error);
+  EXPECT_NE(profile, nullptr) << error;
+  return profile;
+}
+
+void installMachine(std::shared_ptr<const platform::MachineProfile> profile,
+                    const std::filesystem::path& root) {
+  installSimulated(std::move(profile), root);
   ASSERT_EQ(SMCOpen(), 0);
 }
 

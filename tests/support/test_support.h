@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -28,6 +29,14 @@ class TempDir {
 
 // Parses a profile that the test wrote; fails the test when it does not parse.
 std::shared_ptr<const platform::MachineProfile> profileFromJson(const std::string& json);
+
+// Installs `profile` (null: a Mac without an SMC) as the process's simulated machine, with its
+// files under `root`; `announce` records it as the machine the helper tool writes to.
+void installSimulated(std::shared_ptr<const platform::MachineProfile> profile, const std::filesystem::path& root,
+                      bool announce = true);
+
+// A built-in machine; fails the test when there is none of that name.
+std::shared_ptr<const platform::MachineProfile> builtinMachine(std::string_view name = platform::kDefaultMachine);
 
 // Installs `profile` as the process's simulated machine, with files under `root`, and opens the
 // SMC (which also drops key information cached from an earlier machine).

@@ -111,6 +111,19 @@ std::vector<std::uint8_t> archiveOf(plist_t objects, std::uint64_t root = 1) {
   return out;
 }
 
+// A dictionary object with one key and one value, both given as object references.
+plist_t oneEntryDictionary(std::uint64_t key, std::uint64_t value, std::uint64_t classRef) {
+  plist_t dict = plist_new_dict();
+  plist_t keys = plist_new_array();
+  plist_array_append_item(keys, plist_new_uid(key));
+  plist_t values = plist_new_array();
+  plist_array_append_item(values, plist_new_uid(value));
+  plist_dict_set_item(dict, "NS.keys", keys);
+  plist_dict_set_item(dict, "NS.objects", values);
+  plist_dict_set_item(dict, "$class", plist_new_uid(classRef));
+  return dict;
+}
+
 plist_t classEntry(const char* name) {
   plist_t entry = plist_new_dict();
   plist_t chain = plist_new_array();
@@ -125,15 +138,7 @@ TEST(KeyedArchiveTest, ReadsTheMutableAndStringObjectForms) {
   // NSMutableDictionary { "k": NSMutableString "v" }.
   plist_t objects = plist_new_array();
   plist_array_append_item(objects, plist_new_string("$null"));
-  plist_t dict = plist_new_dict();
-  plist_t keys = plist_new_array();
-  plist_array_append_item(keys, plist_new_uid(2));
-  plist_t values = plist_new_array();
-  plist_array_append_item(values, plist_new_uid(3));
-  plist_dict_set_item(dict, "NS.keys", keys);
-  plist_dict_set_item(dict, "NS.objects", values);
-  plist_dict_set_item(dict, "$class", plist_new_uid(4));
-  plist_array_append_item(objects, dict);
+  plist_array_append_item(objects, oneEntryDictionary(2, 3, 4));
   plist_array_append_item(objects, plist_new_string("k"));
   plist_t string = plist_new_dict();
   plist_dict_set_item(string, "NS.string", plist_new_string("v"));
@@ -148,15 +153,7 @@ TEST(KeyedArchiveTest, RejectsUnknownClassesCyclesAndBadReferences) {
   {  // An NSDate inside a dictionary.
     plist_t objects = plist_new_array();
     plist_array_append_item(objects, plist_new_string("$null"));
-    plist_t dict = plist_new_dict();
-    plist_t keys = plist_new_array();
-    plist_array_append_item(keys, plist_new_uid(2));
-    plist_t values = plist_new_array();
-    plist_array_append_item(values, plist_new_uid(3));
-    plist_dict_set_item(dict, "NS.keys", keys);
-    plist_dict_set_item(dict, "NS.objects", values);
-    plist_dict_set_item(dict, "$class", plist_new_uid(4));
-    plist_array_append_item(objects, dict);
+    plist_array_append_item(objects, oneEntryDictionary(2, 3, 4));
     plist_array_append_item(objects, plist_new_string("when"));
     plist_t date = plist_new_dict();
     plist_dict_set_item(date, "NS.time", plist_new_real(1.0));

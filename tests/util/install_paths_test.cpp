@@ -15,12 +15,7 @@ namespace fs = std::filesystem;
 class InstallPathsTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    std::string error;
-    auto profile = platform::resolveMachine(platform::kDefaultMachine, &error);
-    ASSERT_NE(profile, nullptr) << error;
-    platform::SimulatedOptions options;
-    options.root = dir_.path();
-    platform::install(platform::simulated(profile, options));
+    testing::installSimulated(testing::builtinMachine(), dir_.path());
   }
   fs::path root() const { return dir_.path(); }
 

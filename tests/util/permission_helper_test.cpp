@@ -47,12 +47,7 @@ INSTANTIATE_TEST_SUITE_P(
 class PermissionRequestTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    std::string error;
-    auto profile = platform::resolveMachine(platform::kDefaultMachine, &error);
-    ASSERT_NE(profile, nullptr) << error;
-    platform::SimulatedOptions options;
-    options.root = dir_.path();
-    platform::install(platform::simulated(profile, options));
+    testing::installSimulated(testing::builtinMachine(), dir_.path());
     privileged_ = std::make_shared<platform::sim::RecordedPrivilegedExecution>();
     platform::current().provide<platform::PrivilegedExecution>(privileged_);
     privileged_->setOnRun([this](const Call& call) { apply(call); });
