@@ -11,7 +11,7 @@
 #include "corvane/platform/platform.h"
 #include "platform/posix/file_lock.h"
 #include "util/hw_utils.h"
-#include "util/log.h"
+#include "platform/log.h"
 #include "util/resources.h"
 
 namespace corvane {
@@ -73,12 +73,12 @@ namespace hw_utils {
 
 std::optional<nlohmann::json> jsonFromResource(const std::string& name, std::optional<std::string_view> contents) {
   if (!contents) {
-    log(name + ".json not found");
+    platform::log(name + ".json not found");
     return std::nullopt;
   }
   std::string error;
   auto value = parseContainer(*contents, &error);
-  if (!value) log("Error JSON: " + error);
+  if (!value) platform::log("Error JSON: " + error);
   return value;
 }
 

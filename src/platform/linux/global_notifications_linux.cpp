@@ -24,7 +24,7 @@
 #include <sdbus-c++/sdbus-c++.h>
 
 #include "platform/global_notifications_backends.h"
-#include "util/log.h"
+#include "platform/log.h"
 #include "platform/text.h"
 
 namespace corvane::platform {

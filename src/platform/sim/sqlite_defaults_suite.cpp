@@ -15,7 +15,7 @@
 #include <mutex>
 
 #include "platform/defaults_suite_backends.h"
-#include "util/log.h"
+#include "platform/log.h"
 
 namespace corvane::platform {
 namespace {

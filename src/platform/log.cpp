@@ -1,4 +1,4 @@
-#include "util/log.h"
+#include "platform/log.h"
 
 #include <cstdio>
 #include <mutex>
@@ -7,7 +7,7 @@
 #include <os/log.h>
 #endif
 
-namespace corvane {
+namespace corvane::platform {
 
 void log(const std::string& line) {
 #if defined(__APPLE__)
@@ -20,4 +20,4 @@ void log(const std::string& line) {
 #endif
 }
 
-}  // namespace corvane
+}  // namespace corvane::platform

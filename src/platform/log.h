@@ -4,10 +4,10 @@
 
 #include <string>
 
-namespace corvane {
+namespace corvane::platform {
 
 // Writes `line` (without a trailing newline) as one entry of the console log. Thread-safe: lines
 // from several threads never interleave.
 void log(const std::string& line);
 
-}  // namespace corvane
+}  // namespace corvane::platform
