@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "corvane/smc/smc.h"
+#include "corvane/platform/smc_key_data.h"
 
 namespace corvane::platform {
 
