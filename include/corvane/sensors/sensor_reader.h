@@ -11,7 +11,7 @@
 #include "corvane/hid/hid_wrapper.h"
 #include "corvane/monitors/base_reader.h"
 #include "corvane/sensors/hw_sensor.h"
-#include "corvane/sensors/smc_wrapper.h"
+#include "corvane/smc/smc_wrapper.h"
 
 namespace corvane {
 

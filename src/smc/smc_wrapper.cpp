@@ -1,4 +1,4 @@
-#include "corvane/sensors/smc_wrapper.h"
+#include "corvane/smc/smc_wrapper.h"
 
 #include <charconv>
 #include <cstdio>
