@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "corvane/dispatch/dispatch.h"
 #include "corvane/platform/platform.h"
 #include "platform/global_notifications_backends.h"
 
@@ -53,12 +52,9 @@ void ObserverRegistry::deliverIf(Matches matches, const std::string& name, const
     }
   }
   if (matching.empty()) return;
-  auto queue = dispatch::mainQueue();
-  auto shared = std::make_shared<const std::pair<std::string, nlohmann::json>>(name, userInfoObject(userInfo));
-  for (auto& entry : matching) {
-    queue->async([entry = std::move(entry), shared] {
-      if (entry->live && entry->observer) entry->observer(shared->first, shared->second);
-    });
+  const nlohmann::json info = userInfoObject(userInfo);
+  for (const auto& entry : matching) {
+    if (entry->live && entry->observer) entry->observer(name, info);
   }
 }
 

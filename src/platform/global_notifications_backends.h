@@ -13,9 +13,8 @@
 
 namespace corvane::platform {
 
-// The observers of one centre. Each delivery reaches each matching observer through its own
-// item on the main queue, so observers run one at a time, in registration order, on the main
-// thread. Thread-safe.
+// The observers of one centre. A delivery calls each matching observer in registration order
+// on the delivering thread, outside the registry's lock. Thread-safe.
 class ObserverRegistry : public std::enable_shared_from_this<ObserverRegistry> {
  public:
   std::unique_ptr<GlobalNotifications::Token> add(std::optional<std::string> name,

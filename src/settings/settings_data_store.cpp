@@ -138,17 +138,15 @@ HWSettingsDataStore::HWSettingsDataStore(Passkey, std::shared_ptr<HWPrefData> pr
 HWSettingsDataStore::~HWSettingsDataStore() = default;
 
 void HWSettingsDataStore::registerNotifications() {
-  auto& centre = platform::current().service<platform::GlobalNotifications>();
   std::weak_ptr<HWSettingsDataStore> weak = weak_from_this();
-  observations_.push_back(centre.addObserver(key(settings::kUpdateFrequencyDidChangeNotification),
-                                             [weak](const std::string&, const nlohmann::json&) {
-                                               if (auto live = weak.lock()) live->updateFrequencyDidChangeNotification();
-                                             }));
-  observations_.push_back(
-      centre.addObserver(key(settings::kFileLoggingSensorKeysDidChangeNotification),
-                         [weak](const std::string&, const nlohmann::json&) {
-                           if (auto live = weak.lock()) live->fileLoggingSensorKeysDidChangeNotification();
-                         }));
+  observations_.push_back(HWNotificationUtils::addObserver(
+      key(settings::kUpdateFrequencyDidChangeNotification), [weak](const std::string&, const nlohmann::json&) {
+        if (auto live = weak.lock()) live->updateFrequencyDidChangeNotification();
+      }));
+  observations_.push_back(HWNotificationUtils::addObserver(
+      key(settings::kFileLoggingSensorKeysDidChangeNotification), [weak](const std::string&, const nlohmann::json&) {
+        if (auto live = weak.lock()) live->fileLoggingSensorKeysDidChangeNotification();
+      }));
 }
 
 void HWSettingsDataStore::updateFrequencyDidChangeNotification() {

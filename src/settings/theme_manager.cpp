@@ -14,7 +14,7 @@ HWThemeManager& HWThemeManager::shared() {
 }
 
 HWThemeManager::HWThemeManager() {
-  observation_ = platform::current().service<platform::GlobalNotifications>().addObserver(
+  observation_ = HWNotificationUtils::addObserver(
       std::string(settings::kInterfaceThemeChangedNotification),
       [](const std::string&, const nlohmann::json&) { handleInterfaceThemeChangedNotification(); });
 }

@@ -13,6 +13,7 @@
 #include "corvane/dispatch/dispatch.h"
 #include "corvane/platform/global_notifications.h"
 #include "corvane/platform/platform.h"
+#include "corvane/settings/notification_utils.h"
 #include "support/test_support.h"
 
 namespace corvane::testing {
@@ -24,7 +25,7 @@ class AnnouncementTest : public ::testing::Test {
   void SetUp() override {
     installSimulated(nullptr, dir_.path(), /*announce=*/false);
     clock_ = dispatch::installVirtualTime(startTime_);
-    token_ = platform::current().service<platform::GlobalNotifications>().addObserver(
+    token_ = HWNotificationUtils::addObserver(
         std::nullopt,
         [this](const std::string& name, const nlohmann::json& info) { received_.emplace_back(name, info); });
   }

@@ -446,6 +446,21 @@ INSTANTIATE_TEST_SUITE_P(Table, DarkMode,
                                            DarkCase{json("Light"), false}, DarkCase{json("dark"), false},
                                            DarkCase{json(1), false}, DarkCase{json::array({"Dark"}), false}));
 
+TEST_F(SettingsTest, ObserversRunLaterOnTheMainQueueAndADroppedTokenStopsCallsAlreadyQueued) {
+  Received kept, dropped;
+  auto record = [](Received& into) {
+    return [&into](const std::string& name, const json& info) { into.emplace_back(name, info); };
+  };
+  auto keep = HWNotificationUtils::addObserver("A", record(kept));
+  auto drop = HWNotificationUtils::addObserver(std::nullopt, record(dropped));
+  platform::current().service<platform::GlobalNotifications>().post("A", {{"k", 1}});
+  EXPECT_TRUE(kept.empty()) << "observers run on the main queue, not inside post";
+  drop.reset();
+  clock_->runUntilIdle();
+  EXPECT_EQ(kept, (Received{{"A", {{"k", 1}}}}));
+  EXPECT_TRUE(dropped.empty());
+}
+
 TEST_F(SettingsTest, TheThemeManagerReannouncesTheSystemsThemeChange) {
   HWNotificationUtils::setAppModeProvider([] { return std::uint64_t{2}; });
   HWThemeManager theme;

@@ -13,7 +13,7 @@
 
 #include "commands.h"
 #include "corvane/dispatch/dispatch.h"
-#include "corvane/platform/global_notifications.h"
+#include "corvane/settings/notification_utils.h"
 #include "corvane/platform/platform.h"
 #include "corvane/settings/pref_data.h"
 #include "corvane/settings/setting_text.h"
@@ -185,8 +185,7 @@ int watch(Context& context) {
     stop.release();
     return context.exitCode;
   }
-  auto& centre = platform::current().service<platform::GlobalNotifications>();
-  auto observation = centre.addObserver(std::nullopt, [](const std::string& name, const nlohmann::json& userInfo) {
+  auto observation = HWNotificationUtils::addObserver(std::nullopt, [](const std::string& name, const nlohmann::json& userInfo) {
     std::printf("%s %s\n", name.c_str(), userInfo.dump().c_str());
     std::fflush(stdout);
   });

@@ -20,12 +20,14 @@ class Platform;
 // and that in-process centre on simulated platforms. Thread-safe.
 class GlobalNotifications : public std::enable_shared_from_this<GlobalNotifications> {
  public:
-  // Called on the main queue with the posted name and user info (an object, maybe empty).
+  // Called with the posted name and user info (an object, maybe empty) on the thread that
+  // delivers: inside post() for a centre of this process only, else on the centre's receiving
+  // thread. Observers that want the main queue hop there themselves
+  // (HWNotificationUtils::addObserver does).
   using Observer = std::function<void(const std::string& name, const nlohmann::json& userInfo)>;
 
-  // Keeps an observer registered; destroying it removes the observer, and a call already on
-  // its way to the main queue is then dropped. Destroy it on the main queue (or while nothing
-  // posts) to be sure no call is running at that moment.
+  // Keeps an observer registered; destroying it removes the observer, so no later call starts.
+  // A call already running on another thread may still be finishing.
   class Token {
    public:
     virtual ~Token() = default;
