@@ -5,15 +5,17 @@
 #include <cstring>
 #include <filesystem>
 
+#include "corvane/platform/platform.h"
+#include "corvane/platform/processes.h"
+#include "corvane/smc/fan_keys.h"
 #include "corvane/smc/smc.h"
 #include "corvane/util/install_paths.h"
-#include "platform/posix/process.h"
 
 namespace corvane {
 namespace {
 
 constexpr long kReadFailedCode = 1;
-constexpr std::size_t kAddressableFans = SMCWrapper::kFanCharacters.size();
+constexpr std::size_t kAddressableFans = smc::kFanCharacters.size();
 
 // Reads `key` as SMCReadKey expects it: its first four bytes, zero-padded.
 kern_return_t readKey(std::string_view key, SMCValue& value) {
@@ -41,7 +43,7 @@ HWError convertFailed(std::string_view key, const SMCValue& value) {
 // The fan key `format` ("F%cAc") for fan `index`; false beyond the addressable fans.
 bool fanKey(const char* format, std::uint64_t index, char (&key)[5]) {
   if (index >= kAddressableFans) return false;
-  std::snprintf(key, sizeof key, format, SMCWrapper::kFanCharacters[index]);
+  std::snprintf(key, sizeof key, format, smc::kFanCharacters[index]);
   return true;
 }
 
@@ -188,8 +190,7 @@ bool SMCWrapper::setExternalValue(const std::string& value, const std::string& k
   const auto tool = files::smcExePath();
   std::error_code ec;
   if (!tool || !std::filesystem::exists(*tool, ec)) return false;
-  std::string error;
-  const auto result = platform::posix::runProcess(*tool, {"-k", key, "-w", value}, &error);
+  const auto result = platform::current().service<platform::Processes>().run(*tool, {"-k", key, "-w", value}, nullptr);
   return result && result->exitCode == 0;
 }
 

@@ -5,7 +5,7 @@
 
 #include "corvane/platform/kernel_values.h"
 #include "corvane/platform/platform.h"
-#include "platform/posix/process.h"
+#include "corvane/platform/processes.h"
 
 namespace corvane {
 namespace {
@@ -78,7 +78,8 @@ std::optional<std::string> HWSystemUtils::readDataByPath(const std::string& path
                                                          const std::optional<std::vector<std::string>>& arguments,
                                                          HWError* error) {
   std::string launchError;
-  const auto result = platform::posix::runProcess(path, arguments.value_or(std::vector<std::string>{}), &launchError);
+  const auto result = platform::current().service<platform::Processes>().run(
+      path, arguments.value_or(std::vector<std::string>{}), &launchError);
   if (!result) {
     if (error != nullptr) *error = errors::kitError(1, launchError);
     return std::nullopt;

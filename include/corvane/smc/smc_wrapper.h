@@ -27,9 +27,6 @@ class SMCWrapperDelegate {
 // from one queue at a time. The library never writes to the SMC itself; writes run the helper.
 class SMCWrapper {
  public:
-  // The characters that stand for fans 0…19 in fan keys ("F0Ac" … "FJAc").
-  static constexpr std::string_view kFanCharacters = "0123456789ABCDEFGHIJ";
-
   // Opens the SMC connection (a failure shows later as failed reads).
   SMCWrapper();
   // Closes the connection opened by the constructor.
@@ -82,8 +79,8 @@ class SMCWrapper {
   std::vector<std::shared_ptr<HWSensor>> getAllSensors();
 
   // Writes `value` (hexadecimal digits, two per byte, in the SMC's byte order) to `key` by
-  // running the helper tool at files::smcExePath() with "-k" key "-w" value (no shell) and
-  // waiting for it. True exactly when the tool exits with status 0; false without running
+  // running the helper tool at files::smcExePath() with "-k" key "-w" value through the
+  // platform's process service (no shell) and waiting for it. True exactly when the tool exits with status 0; false without running
   // anything when the tool is not installed. Blocks the calling thread.
   bool setExternalValue(const std::string& value, const std::string& key);
 

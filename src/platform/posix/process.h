@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "corvane/platform/processes.h"
+
 namespace corvane::platform::posix {
 
 // A file descriptor closed when the object goes.
@@ -36,13 +38,7 @@ class UniqueFd {
   int fd_ = -1;
 };
 
-// How a finished command ended and what it wrote.
-struct ProcessResult {
-  int exitCode = -1;  // the exit status, or -1 when a signal ended it
-  int signal = 0;     // the signal that ended it, 0 when it exited
-  std::string out;    // everything written to standard output
-  std::string err;    // everything written to standard error
-};
+using platform::ProcessResult;
 
 // Runs the executable at `path` with `arguments` (argv[0] is `path`), standard input from
 // /dev/null, and waits until it has closed both outputs and ended. Both pipes are drained
