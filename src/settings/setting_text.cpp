@@ -1,5 +1,5 @@
 #include "corvane/settings/setting_text.h"
-#include "platform/text.h"
+#include "corvane/platform/text.h"
 
 #include <charconv>
 #include <cmath>

@@ -3,16 +3,12 @@
 #include <cstdio>
 #include <cstring>
 
+#include "corvane/platform/text.h"
 #include "corvane/smc/smc.h"
 
 namespace {
 
-constexpr uint32_t fourCC(const char (&code)[5]) {
-  return (static_cast<uint32_t>(static_cast<unsigned char>(code[0])) << 24) |
-         (static_cast<uint32_t>(static_cast<unsigned char>(code[1])) << 16) |
-         (static_cast<uint32_t>(static_cast<unsigned char>(code[2])) << 8) |
-         static_cast<uint32_t>(static_cast<unsigned char>(code[3]));
-}
+using corvane::text::packFourCc;
 
 // Only the bytes a value record can hold are ever read, whatever size the SMC reported.
 constexpr uint32_t kMaxBytes = sizeof(SMCValue::bytes);
@@ -91,9 +87,9 @@ float SMCConvertValueToNumber(SMCValue value) {
   const unsigned char* b = value.bytes;
 
   switch (type) {
-    case fourCC("ui8 "):
-    case fourCC("ui16"):
-    case fourCC("ui32"):
+    case packFourCc("ui8 "):
+    case packFourCc("ui16"):
+    case packFourCc("ui32"):
       return static_cast<float>(unsignedBigEndian(b, value.dataSize));
     default:
       break;
@@ -101,42 +97,42 @@ float SMCConvertValueToNumber(SMCValue value) {
 
   switch (value.dataSize) {
     case 4:
-      if (type == fourCC("flt ")) {
+      if (type == packFourCc("flt ")) {
         float f;  // host byte order, as the SMC hands it over
         std::memcpy(&f, b, sizeof f);
         return f;
       }
       return -1.0f;
     case 1:
-      if (type == fourCC("si8 ")) {
+      if (type == packFourCc("si8 ")) {
         return static_cast<float>(static_cast<signed char>(b[0]));
       }
       return -1.0f;
     case 2:
       switch (type) {
-        case fourCC("fp1f"): return unsigned16(b, 15);
-        case fourCC("fp4c"): return unsigned16(b, 12);
-        case fourCC("fp5b"): return unsigned16(b, 11);
-        case fourCC("fp6a"): return unsigned16(b, 10);
-        case fourCC("fp79"): return unsigned16(b, 9);
-        case fourCC("fp88"): return unsigned16(b, 8);
-        case fourCC("fpa6"): return unsigned16(b, 6);
-        case fourCC("fpc4"): return unsigned16(b, 4);
-        case fourCC("fpe2"): return unsigned16(b, 2);
-        case fourCC("sp1e"): return signed16(b, 14);
-        case fourCC("sp3c"): return signed16(b, 12);
-        case fourCC("sp4b"): return signed16(b, 11);
-        case fourCC("sp5a"): return signed16(b, 10);
-        case fourCC("sp69"): return signed16(b, 9);
-        case fourCC("sp78"): return signed16(b, 8);
-        case fourCC("sp87"): return signed16(b, 7);
-        case fourCC("sp96"): return signed16(b, 6);
-        case fourCC("spb4"): return signed16(b, 4);
+        case packFourCc("fp1f"): return unsigned16(b, 15);
+        case packFourCc("fp4c"): return unsigned16(b, 12);
+        case packFourCc("fp5b"): return unsigned16(b, 11);
+        case packFourCc("fp6a"): return unsigned16(b, 10);
+        case packFourCc("fp79"): return unsigned16(b, 9);
+        case packFourCc("fp88"): return unsigned16(b, 8);
+        case packFourCc("fpa6"): return unsigned16(b, 6);
+        case packFourCc("fpc4"): return unsigned16(b, 4);
+        case packFourCc("fpe2"): return unsigned16(b, 2);
+        case packFourCc("sp1e"): return signed16(b, 14);
+        case packFourCc("sp3c"): return signed16(b, 12);
+        case packFourCc("sp4b"): return signed16(b, 11);
+        case packFourCc("sp5a"): return signed16(b, 10);
+        case packFourCc("sp69"): return signed16(b, 9);
+        case packFourCc("sp78"): return signed16(b, 8);
+        case packFourCc("sp87"): return signed16(b, 7);
+        case packFourCc("sp96"): return signed16(b, 6);
+        case packFourCc("spb4"): return signed16(b, 4);
         // Named signed, but machines report them unsigned; reading them signed turns a
         // full-scale value into -1, which callers would take for a failed conversion.
-        case fourCC("spf0"):
-        case fourCC("si16"): return unsigned16(b, 0);
-        case fourCC("{pwm"):
+        case packFourCc("spf0"):
+        case packFourCc("si16"): return unsigned16(b, 0);
+        case packFourCc("{pwm"):
           return static_cast<float>(static_cast<double>((b[0] << 8) | b[1]) * 100.0 / 65536.0);
         default: return -1.0f;
       }

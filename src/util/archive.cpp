@@ -9,15 +9,11 @@
 #include <plist/plist.h>
 
 #include "corvane/util/data.h"
+#include "util/plist_node.h"
 
 namespace corvane::data {
 
 namespace {
-
-struct PlistDeleter {
-  void operator()(void* node) const { plist_free(static_cast<plist_t>(node)); }
-};
-using PlistPtr = std::unique_ptr<void, PlistDeleter>;
 
 constexpr int kArchiverVersion = 100000;
 // Deeper graphs than this are treated as corrupt rather than risk the stack.

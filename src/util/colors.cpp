@@ -1,5 +1,5 @@
 #include "corvane/util/colors.h"
-#include "platform/text.h"
+#include "corvane/platform/text.h"
 
 #include <cstdint>
 #include <mutex>

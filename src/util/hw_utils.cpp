@@ -11,6 +11,7 @@
 #include "corvane/platform/platform.h"
 #include "platform/posix/file_lock.h"
 #include "util/hw_utils.h"
+#include "util/plist_node.h"
 #include "platform/log.h"
 #include "util/resources.h"
 
@@ -40,10 +41,6 @@ std::optional<nlohmann::json> parseContainer(std::string_view text, std::string*
   }
   return std::nullopt;
 }
-
-struct PlistDeleter {
-  void operator()(void* node) const { plist_free(static_cast<plist_t>(node)); }
-};
 
 // One row of the axis table: seconds between labels, intervals shown, and the label format.
 struct AxisRow {
@@ -144,7 +141,7 @@ long HWUtils::appBuildNumberAtPath(const std::string& appPath) {
   if (!contents || contents->empty() || contents->size() > std::numeric_limits<uint32_t>::max()) return 0;
   plist_t raw = nullptr;
   plist_from_memory(contents->data(), static_cast<uint32_t>(contents->size()), &raw);
-  std::unique_ptr<void, PlistDeleter> root(raw);
+  PlistPtr root(raw);
   if (raw == nullptr || plist_get_node_type(raw) != PLIST_DICT) return 0;
   plist_t version = plist_dict_get_item(raw, "CFBundleVersion");
   if (version == nullptr) return 0;

@@ -1,4 +1,4 @@
-#include "platform/sim/dump_import.h"
+#include "corvane/platform/dump_import.h"
 
 #include <sys/wait.h>
 

@@ -1,14 +1,14 @@
 #include "helper_args.h"
-#include "platform/text.h"
+#include "corvane/platform/text.h"
+#include "corvane/smc/fan_keys.h"
 
+#include <algorithm>
 #include <cctype>
 
 namespace corvane::helper {
 namespace {
 
-using text::hexDigit;
-
-constexpr std::string_view kFanCharacters = "0123456789ABCDEFGHIJ";
+using smc::kFanCharacters;
 constexpr std::string_view kUsage = "usage: corvane-smc -k KEY -w HEX";
 
 bool parseHex(std::string_view hex, WriteRequest& request, std::string& error) {
@@ -24,16 +24,13 @@ bool parseHex(std::string_view hex, WriteRequest& request, std::string& error) {
     error = "value '" + std::string(hex) + "' is longer than 32 bytes";
     return false;
   }
-  for (std::size_t i = 0; i < hex.size(); i += 2) {
-    const int high = hexDigit(hex[i]);
-    const int low = hexDigit(hex[i + 1]);
-    if (high < 0 || low < 0) {
-      error = "value '" + std::string(hex) + "' is not hexadecimal";
-      return false;
-    }
-    request.bytes[i / 2] = static_cast<uint8_t>(high * 16 + low);
+  const auto bytes = text::bytesFromHex(hex);
+  if (!bytes) {
+    error = "value '" + std::string(hex) + "' is not hexadecimal";
+    return false;
   }
-  request.size = static_cast<uint32_t>(hex.size() / 2);
+  std::copy(bytes->begin(), bytes->end(), request.bytes.begin());
+  request.size = static_cast<uint32_t>(bytes->size());
   return true;
 }
 

@@ -12,10 +12,13 @@
 #include <vector>
 
 #include "corvane/platform/platform.h"
+#include "corvane/platform/text.h"
 #include "corvane/smc/smc.h"
 #include "helper_args.h"
 
 namespace {
+
+using corvane::text::statusText;
 
 constexpr int kExitRefused = 1;
 constexpr int kExitUsage = 2;
@@ -23,12 +26,6 @@ constexpr int kExitUsage = 2;
 int fail(int code, const std::string& message) {
   std::fprintf(stderr, "corvane-smc: %s\n", message.c_str());
   return code;
-}
-
-std::string statusText(kern_return_t status) {
-  char text[16];
-  std::snprintf(text, sizeof text, "0x%08x", static_cast<unsigned>(status));
-  return text;
 }
 
 }  // namespace

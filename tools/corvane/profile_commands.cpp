@@ -9,7 +9,7 @@
 #include <string>
 
 #include "commands.h"
-#include "platform/sim/dump_import.h"
+#include "corvane/platform/dump_import.h"
 
 namespace corvane::cli {
 namespace {

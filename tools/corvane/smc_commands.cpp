@@ -1,4 +1,5 @@
 // `corvane smc list` and `corvane smc read`: the raw key table of the SMC.
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -6,19 +7,16 @@
 #include <nlohmann/json.hpp>
 
 #include "commands.h"
+#include "corvane/platform/text.h"
 #include "corvane/smc/smc.h"
 
 namespace corvane::cli {
 namespace {
 
+using text::statusText;
+
 std::string hexBytes(const SMCValue& value) {
-  std::string hex;
-  char digits[3];
-  for (uint32_t i = 0; i < value.dataSize && i < sizeof value.bytes; ++i) {
-    std::snprintf(digits, sizeof digits, "%02x", value.bytes[i]);
-    hex += digits;
-  }
-  return hex;
+  return text::hexFromBytes(value.bytes, std::min<std::size_t>(value.dataSize, sizeof value.bytes));
 }
 
 std::string printable(const char* text, std::size_t length) {
@@ -28,12 +26,6 @@ std::string printable(const char* text, std::size_t length) {
     out += (c >= 0x20 && c <= 0x7E) ? c : '?';
   }
   return out;
-}
-
-std::string statusText(kern_return_t status) {
-  char text[16];
-  std::snprintf(text, sizeof text, "0x%08x", static_cast<unsigned>(status));
-  return text;
 }
 
 bool isTextType(const SMCValue& value) { return std::string_view(value.dataType, 4) == "ch8*"; }

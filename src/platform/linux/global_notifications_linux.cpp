@@ -25,7 +25,7 @@
 
 #include "platform/global_notifications_backends.h"
 #include "platform/log.h"
-#include "platform/text.h"
+#include "corvane/platform/text.h"
 
 namespace corvane::platform {
 namespace {

@@ -9,7 +9,7 @@
 #include <utility>
 
 #include "platform/io_registry_backends.h"
-#include "platform/text.h"
+#include "corvane/platform/text.h"
 
 namespace corvane::platform {
 namespace pcisys {

@@ -9,7 +9,7 @@
 
 #include "platform/kernel_values_backends.h"
 #include "platform/posix/file_lock.h"
-#include "platform/text.h"
+#include "corvane/platform/text.h"
 
 namespace corvane::platform {
 namespace procfs {

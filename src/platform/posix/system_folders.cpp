@@ -1,4 +1,5 @@
 #include "platform/posix/system_folders.h"
+#include "corvane/platform/text.h"
 
 #include <algorithm>
 #include <fstream>
@@ -8,12 +9,7 @@ namespace corvane::platform::posix {
 
 namespace {
 
-std::string_view trim(std::string_view text) {
-  const auto blank = [](char c) { return c == ' ' || c == '\t' || c == '\r'; };
-  while (!text.empty() && blank(text.front())) text.remove_prefix(1);
-  while (!text.empty() && blank(text.back())) text.remove_suffix(1);
-  return text;
-}
+using text::trimmed;
 
 template <class Visit>
 void forEachLine(std::string_view text, Visit visit) {
@@ -49,11 +45,11 @@ std::optional<std::filesystem::path> parseUserDir(std::string_view userDirsText,
                                                   const std::filesystem::path& home) {
   std::optional<std::filesystem::path> found;
   forEachLine(userDirsText, [&](std::string_view line) {
-    line = trim(line);
+    line = trimmed(line);
     if (line.empty() || line.front() == '#') return;
     const std::size_t equals = line.find('=');
-    if (equals == std::string_view::npos || trim(line.substr(0, equals)) != variable) return;
-    auto value = unquote(trim(line.substr(equals + 1)));
+    if (equals == std::string_view::npos || trimmed(line.substr(0, equals)) != variable) return;
+    auto value = unquote(trimmed(line.substr(equals + 1)));
     if (!value) return;
     constexpr std::string_view kHome = "$HOME";
     if (value->starts_with(kHome) && (value->size() == kHome.size() || (*value)[kHome.size()] == '/')) {
@@ -69,7 +65,7 @@ std::optional<std::filesystem::path> parseUserDir(std::string_view userDirsText,
 std::vector<std::string> parseGroupNames(std::string_view groupText) {
   std::vector<std::string> names;
   forEachLine(groupText, [&](std::string_view line) {
-    line = trim(line);
+    line = trimmed(line);
     if (line.empty() || line.front() == '#') return;
     const std::size_t colon = line.find(':');
     // name:password:gid:members; a line without its fields is not a group.

@@ -1,8 +1,8 @@
 // Importing recorded SMC listings. Both formats are read strictly, line by line: a line that is
 // neither header, section marker nor a well-formed key line stops the import, because a silently
 // skipped key would make the simulated machine differ from the recorded one.
-#include "platform/sim/dump_import.h"
-#include "platform/text.h"
+#include "corvane/platform/dump_import.h"
+#include "corvane/platform/text.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -15,7 +15,10 @@
 namespace corvane::platform {
 namespace {
 
-using text::hexDigit;
+using text::bytesFromHex;
+using text::hexNumber;
+using text::packFourCc;
+using text::trimmed;
 
 constexpr std::size_t kMaxValueBytes = 32;
 // What a real SMC answers for a key it will not read; used where the listing gives no code.
@@ -28,18 +31,6 @@ bool isDigit(char c) { return c >= '0' && c <= '9'; }
 bool isAlpha(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
 bool isPrintable(char c) { return c >= 0x20 && c <= 0x7E; }
 
-// Non-empty, at most eight hex digits.
-std::optional<uint32_t> hexNumber(std::string_view text) {
-  if (text.empty() || text.size() > 8) return std::nullopt;
-  uint32_t value = 0;
-  for (char c : text) {
-    int digit = hexDigit(c);
-    if (digit < 0) return std::nullopt;
-    value = (value << 4) | static_cast<uint32_t>(digit);
-  }
-  return value;
-}
-
 std::optional<uint32_t> decimalNumber(std::string_view text) {
   if (text.empty() || text.size() > 6) return std::nullopt;
   uint32_t value = 0;
@@ -47,20 +38,6 @@ std::optional<uint32_t> decimalNumber(std::string_view text) {
     if (!isDigit(c)) return std::nullopt;
     value = value * 10 + static_cast<uint32_t>(c - '0');
   }
-  return value;
-}
-
-std::string_view trim(std::string_view text) {
-  while (!text.empty() && (text.front() == ' ' || text.front() == '\t')) text.remove_prefix(1);
-  while (!text.empty() && (text.back() == ' ' || text.back() == '\t' || text.back() == '\r')) {
-    text.remove_suffix(1);
-  }
-  return text;
-}
-
-uint32_t packFourCc(std::string_view text) {
-  uint32_t value = 0;
-  for (char c : text) value = (value << 8) | static_cast<unsigned char>(c);
   return value;
 }
 
@@ -200,7 +177,7 @@ class DumpImporter {
     if (body.empty() || body.front() == ' ') return;  // continuation of the label above
     auto colon = body.find(':');
     if (colon == std::string_view::npos) return;
-    labels_.emplace(std::string(trim(body.substr(0, colon))), std::string(trim(body.substr(colon + 1))));
+    labels_.emplace(std::string(trimmed(body.substr(0, colon))), std::string(trimmed(body.substr(colon + 1))));
   }
 
   std::string label(std::string_view name) const {
@@ -237,7 +214,7 @@ class DumpImporter {
         return fail(number, "type [" + std::string(shown) + "] does not match its code " + std::string(code));
       }
     }
-    auto size = decimalNumber(trim(len));
+    auto size = decimalNumber(trimmed(len));
     if (!size) return fail(number, "len [" + std::string(len) + "] is not a number");
     entry.size = *size;
     auto attributes = hexNumber(attr);
@@ -333,11 +310,9 @@ class DumpImporter {
                   "len " + std::to_string(entry.size) + " but the value has " + std::to_string(count) + " bytes");
     }
     if (count > kMaxValueBytes) return fail(number, "value of " + std::to_string(count) + " bytes is over 32");
-    for (std::size_t i = 0; i < count; ++i) {
-      auto byte = hexNumber(value.substr(2 * i, 2));
-      if (!byte) return fail(number, "value " + excerpt(value) + " has a bad hex digit");
-      entry.bytes[i] = static_cast<uint8_t>(*byte);
-    }
+    const auto bytes = bytesFromHex(value);
+    if (!bytes) return fail(number, "value " + excerpt(value) + " has a bad hex digit");
+    std::copy(bytes->begin(), bytes->end(), entry.bytes.begin());
     return true;
   }
 
@@ -436,7 +411,7 @@ class DumpImporter {
     // "Apple A18 Pro, 2P+4E (per commit message)" names the chip "Apple A18 Pro".
     const std::string stated = label("Chip");
     std::string_view chip = stated;
-    chip = trim(chip.substr(0, std::min(chip.find(','), chip.find('('))));
+    chip = trimmed(chip.substr(0, std::min(chip.find(','), chip.find('('))));
     if (!chip.empty()) return std::string(chip);
     if (format_ == Format::kBracketed) {
       // "Intel with T2 (SMC emulated by T2)": the class's first word is the maker.

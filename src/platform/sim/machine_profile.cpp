@@ -2,8 +2,9 @@
 // data that tests compare byte for byte, so a typo must stop the load rather than quietly change
 // what the simulated SMC answers.
 #include "corvane/platform/machine_profile.h"
-#include "platform/text.h"
+#include "corvane/platform/text.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <exception>
 #include <limits>
@@ -13,7 +14,12 @@
 namespace corvane::platform {
 namespace {
 
+using text::bytesFromHex;
 using text::hexDigit;
+using text::hexFromBytes;
+using text::hexNumber;
+using text::packFourCc;
+using text::unpackFourCc;
 
 using nlohmann::json;
 
@@ -31,24 +37,6 @@ bool allHex(std::string_view text) {
     if (hexDigit(c) < 0) return false;
   }
   return true;
-}
-
-uint32_t hexNumber(std::string_view text) {
-  uint32_t value = 0;
-  for (char c : text) value = (value << 4) | static_cast<uint32_t>(hexDigit(c));
-  return value;
-}
-
-uint32_t packFourCc(std::string_view text) {
-  uint32_t value = 0;
-  for (char c : text) value = (value << 8) | static_cast<unsigned char>(c);
-  return value;
-}
-
-std::string unpackFourCc(uint32_t value) {
-  std::string text(4, '\0');
-  for (int i = 0; i < 4; ++i) text[i] = static_cast<char>((value >> (24 - 8 * i)) & 0xFF);
-  return text;
 }
 
 std::string hexText(uint32_t value, int digits, bool upper) {
@@ -187,9 +175,8 @@ class ProfileParser {
     if (byteCount > kMaxValueBytes) {
       return fail(where + ": value of " + std::to_string(byteCount) + " bytes is over 32");
     }
-    for (std::size_t i = 0; i < byteCount; ++i) {
-      entry.bytes[i] = static_cast<uint8_t>(hexNumber(std::string_view(hex).substr(2 * i, 2)));
-    }
+    const auto bytes = bytesFromHex(hex);  // checked above: even length, digits only
+    std::copy(bytes->begin(), bytes->end(), entry.bytes.begin());
     entry.size = static_cast<uint32_t>(byteCount);
 
     if (item.size() == 4 && !parseOptions(item[3], where, byteCount, entry)) return false;
@@ -207,7 +194,7 @@ class ProfileParser {
                                : std::to_string(minDigits) + " to " + std::to_string(maxDigits) + " hex digits";
       return fail(label + " " + jsonQuoted(text) + " is not " + digits);
     }
-    out = hexNumber(text);
+    out = *hexNumber(text);  // checked above: one to eight digits
     return true;
   }
 
@@ -302,7 +289,7 @@ std::string entryLine(const SmcEntry& entry) {
   const uint32_t written = entry.size < kMaxValueBytes ? entry.size : kMaxValueBytes;
   std::string hex;
   if (!withoutBytes) {
-    for (uint32_t i = 0; i < written; ++i) hex += hexText(entry.bytes[i], 2, false);
+    hex = hexFromBytes(entry.bytes.data(), written);
   }
   std::string options;
   auto add = [&options](const std::string& member) {

@@ -1,51 +1,25 @@
 #include "platform/sim/sim_smc_driver.h"
 
-#include <cstdio>
+#include <algorithm>
 #include <cstring>
 #include <string>
 
 #include <nlohmann/json.hpp>
 
+#include "corvane/platform/text.h"
+
 namespace corvane::platform {
 namespace {
 
-constexpr uint32_t kKeyCountKey = 0x234B4559;  // "#KEY"
+using text::bytesFromHex;
+using text::hexFromBytes;
+using text::packFourCc;
+using text::unpackFourCc;
+
+constexpr uint32_t kKeyCountKey = packFourCc("#KEY");
 constexpr uint8_t kResultBadArgument = 0x89;
 
 bool isSharedKey(uint32_t key) { return (key >> 24) == 'F'; }
-
-uint32_t packKey(const std::string& name) {
-  return (static_cast<uint32_t>(static_cast<unsigned char>(name[0])) << 24) |
-         (static_cast<uint32_t>(static_cast<unsigned char>(name[1])) << 16) |
-         (static_cast<uint32_t>(static_cast<unsigned char>(name[2])) << 8) |
-         static_cast<uint32_t>(static_cast<unsigned char>(name[3]));
-}
-
-std::string keyName(uint32_t key) {
-  return {static_cast<char>(key >> 24), static_cast<char>(key >> 16), static_cast<char>(key >> 8),
-          static_cast<char>(key)};
-}
-
-std::string toHex(const std::array<uint8_t, 32>& bytes, uint32_t size) {
-  std::string hex;
-  char digits[3];
-  for (uint32_t i = 0; i < size && i < bytes.size(); ++i) {
-    std::snprintf(digits, sizeof digits, "%02x", bytes[i]);
-    hex += digits;
-  }
-  return hex;
-}
-
-bool fromHex(const std::string& hex, std::array<uint8_t, 32>& bytes) {
-  if (hex.size() % 2 != 0 || hex.size() > 64) return false;
-  bytes.fill(0);
-  for (std::size_t i = 0; i < hex.size(); i += 2) {
-    unsigned value = 0;
-    if (std::sscanf(hex.c_str() + i, "%2x", &value) != 1) return false;
-    bytes[i / 2] = static_cast<uint8_t>(value);
-  }
-  return true;
-}
 
 // The fan keys recorded in a state file; an unreadable or malformed file holds none, so a damaged
 // file never stops the machine from answering with its recorded values.
@@ -219,10 +193,12 @@ void SimSmcDriver::refreshSharedState() {
   }
   const nlohmann::json keys = readState(stateFile_);
   for (const auto& [name, value] : keys.items()) {
-    const SmcEntry* entry = name.size() == 4 ? find(packKey(name)) : nullptr;
-    std::array<uint8_t, 32> bytes{};
-    if (entry != nullptr && value.is_string() && value.get<std::string>().size() == 2 * entry->size &&
-        fromHex(value.get<std::string>(), bytes)) {
+    const SmcEntry* entry = name.size() == 4 ? find(packFourCc(name)) : nullptr;
+    if (entry == nullptr || !value.is_string()) continue;
+    const auto decoded = bytesFromHex(value.get<std::string>());
+    if (decoded && decoded->size() == entry->size) {
+      std::array<uint8_t, 32> bytes{};
+      std::copy(decoded->begin(), decoded->end(), bytes.begin());
       written_[entry->key] = bytes;
     }
   }
@@ -235,7 +211,7 @@ bool SimSmcDriver::persist(uint32_t key, const std::array<uint8_t, 32>& bytes, u
   if (!fileLock.locked()) return false;
   // Merge with what other processes wrote since this one last looked.
   nlohmann::json keys = readState(stateFile_);
-  keys[keyName(key)] = toHex(bytes, size);
+  keys[unpackFourCc(key)] = hexFromBytes(bytes.data(), std::min<std::size_t>(size, bytes.size()));
   nlohmann::json state = {{"machine", profile_->name}, {"keys", keys}};
   if (!posix::replaceFileAtomically(stateFile_, state.dump(1) + "\n", nullptr)) return false;
   stateStamp_ = {};  // force a reload of the merged content
