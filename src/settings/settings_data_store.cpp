@@ -6,6 +6,7 @@
 #include "corvane/monitors/monitor_timer.h"
 #include "corvane/platform/platform.h"
 #include "corvane/settings/notification_utils.h"
+#include "corvane/util/dictionaries.h"
 #include "corvane/settings/settings_keys.h"
 #include "corvane/sensors/value_formatter.h"
 #include "corvane/settings/theme_manager.h"
@@ -99,7 +100,8 @@ void installUnitPreferencesHook(std::shared_ptr<const HWPrefData> prefData) {
   setUnitPreferencesProvider([prefData = std::move(prefData)]() -> UnitPreferences {
     if (!prefData) return {};
     UnitPreferences units;
-    units.tempUnitCelsius = prefs::boolValue(prefData->objectForKey(std::string(kTempUnitCelsiusKey), true));
+    units.tempUnitCelsius =
+        dictionaries::boolValue(prefData->objectForKey(std::string(kTempUnitCelsiusKey), true));
     units.fanValueType = static_cast<uint64_t>(prefData->integerForKey(std::string(kFanValueTypeKey)));
     return units;
   });

@@ -23,7 +23,7 @@ HWThemeManager::~HWThemeManager() = default;
 
 bool HWThemeManager::isDarkMode() {
   auto style = platform::current().service<platform::DefaultsSuite>().globalValue("AppleInterfaceStyle");
-  return prefs::stringValue(style) == "Dark";
+  return style && style->is_string() && style->get_ref<const std::string&>() == "Dark";
 }
 
 void HWThemeManager::handleInterfaceThemeChangedNotification() {

@@ -1,6 +1,7 @@
 #include "corvane/util/dictionaries.h"
 
 #include <cctype>
+#include <charconv>
 #include <climits>
 #include <cmath>
 
@@ -44,6 +45,40 @@ bool textBoolValue(const std::string& text) {
   return c == 'Y' || c == 'y' || c == 'T' || c == 't' || (c >= '1' && c <= '9');
 }
 
+// The decimal number a text starts with (after blanks): sign, digits, fraction, exponent; 0 when
+// it starts with none; infinity of its sign when too large, 0 when too small.
+double textDoubleValue(const std::string& text) {
+  std::size_t i = 0;
+  while (i < text.size() && isBlankChar(text[i])) ++i;
+  bool negative = false;
+  if (i < text.size() && (text[i] == '+' || text[i] == '-')) negative = text[i++] == '-';
+  const std::size_t start = i;
+  const auto digits = [&] {
+    const std::size_t from = i;
+    while (i < text.size() && text[i] >= '0' && text[i] <= '9') ++i;
+    return i - from;
+  };
+  std::size_t mantissa = digits();
+  if (i < text.size() && text[i] == '.') {
+    ++i;
+    mantissa += digits();
+  }
+  if (mantissa == 0) return 0.0;
+  bool tiny = false;  // a negative exponent: out of range means too small, not too large
+  if (i < text.size() && (text[i] == 'e' || text[i] == 'E')) {
+    const std::size_t mark = i++;
+    if (i < text.size() && (text[i] == '+' || text[i] == '-')) tiny = text[i++] == '-';
+    if (digits() == 0) {
+      i = mark;  // "2e" or "2e+" ends before the 'e'
+      tiny = false;
+    }
+  }
+  double number = 0.0;
+  const auto result = std::from_chars(text.data() + start, text.data() + i, number);
+  if (result.ec == std::errc::result_out_of_range) number = tiny ? 0.0 : HUGE_VAL;
+  return negative ? -number : number;
+}
+
 long long doubleIntegerValue(double value) {
   if (std::isnan(value)) return 0;
   if (value >= 9.2233720368547758e18) return LLONG_MAX;
@@ -59,6 +94,8 @@ std::string stringValue(const nlohmann::json& value) {
   if (value.is_number_integer() || value.is_number_unsigned()) return value.dump();
   if (value.is_number_float()) {
     const double number = value.get<double>();
+    if (std::isnan(number)) return "nan";
+    if (std::isinf(number)) return number > 0 ? "inf" : "-inf";
     // Whole numbers read as integers, as the platform's number does ("3", not "3.0").
     if (std::isfinite(number) && number == std::trunc(number) && std::fabs(number) < 1e15) {
       return std::to_string(static_cast<long long>(number));
@@ -78,6 +115,13 @@ long long integerValue(const nlohmann::json& value) {
   if (value.is_number_float()) return doubleIntegerValue(value.get<double>());
   if (value.is_string()) return textIntegerValue(value.get_ref<const std::string&>());
   return 0;
+}
+
+double doubleValue(const nlohmann::json& value) {
+  if (value.is_boolean()) return value.get<bool>() ? 1.0 : 0.0;
+  if (value.is_number()) return value.get<double>();
+  if (value.is_string()) return textDoubleValue(value.get_ref<const std::string&>());
+  return 0.0;
 }
 
 bool boolValue(const nlohmann::json& value) {

@@ -1,8 +1,5 @@
 #include "corvane/settings/pref_data.h"
 
-#include <cmath>
-#include <limits>
-
 #include <gtest/gtest.h>
 
 #include "settings/announcement_fixture.h"
@@ -17,74 +14,6 @@ namespace corvane {
 namespace {
 
 using nlohmann::json;
-
-struct TypedCase {
-  const char* label;
-  std::optional<json> stored;
-  std::int64_t integer;
-  double number;
-  bool flag;
-  std::optional<std::string> text;
-};
-
-void PrintTo(const TypedCase& c, std::ostream* os) { *os << c.label; }
-
-class TypedReads : public ::testing::TestWithParam<TypedCase> {};
-
-TEST_P(TypedReads, CoerceAsThePlatformSuiteDoes) {
-  const auto& c = GetParam();
-  EXPECT_EQ(prefs::integerValue(c.stored), c.integer);
-  EXPECT_DOUBLE_EQ(prefs::doubleValue(c.stored), c.number);
-  EXPECT_EQ(prefs::boolValue(c.stored), c.flag);
-  EXPECT_EQ(prefs::stringValue(c.stored), c.text);
-}
-
-constexpr auto kMax = std::numeric_limits<std::int64_t>::max();
-constexpr auto kMin = std::numeric_limits<std::int64_t>::min();
-
-INSTANTIATE_TEST_SUITE_P(
-    Table, TypedReads,
-    ::testing::Values(
-        TypedCase{"absent", std::nullopt, 0, 0.0, false, std::nullopt},
-        TypedCase{"unsigned", json(7u), 7, 7.0, true, "7"},
-        TypedCase{"zero", json(0), 0, 0.0, false, "0"},
-        TypedCase{"negative", json(-3), -3, -3.0, true, "-3"},
-        TypedCase{"huge unsigned saturates", json(std::uint64_t{18446744073709551615u}), kMax, 18446744073709551615.0,
-                  true, "18446744073709551615"},
-        TypedCase{"double truncates", json(2.7), 2, 2.7, true, "2.7"},
-        TypedCase{"negative double truncates toward zero", json(-2.7), -2, -2.7, true, "-2.7"},
-        TypedCase{"whole double prints as integer", json(2.0), 2, 2.0, true, "2"},
-        TypedCase{"small double is true", json(0.25), 0, 0.25, true, "0.25"},
-        TypedCase{"double beyond int64 saturates", json(1e300), kMax, 1e300, true, "1e+300"},
-        TypedCase{"double below int64 saturates", json(-1e300), kMin, -1e300, true, "-1e+300"},
-        TypedCase{"true", json(true), 1, 1.0, true, "1"},
-        TypedCase{"false", json(false), 0, 0.0, false, "0"},
-        TypedCase{"numeric string", json("42"), 42, 42.0, true, "42"},
-        TypedCase{"numeric string with blanks and sign", json(" +5 "), 5, 5.0, true, " +5 "},
-        TypedCase{"negative fraction string", json("-3.5"), -3, -3.5, true, "-3.5"},
-        TypedCase{"exponent string", json("1e3"), 1000, 1000.0, true, "1e3"},
-        TypedCase{"big integer string keeps its digits", json("9007199254740993"), 9007199254740993, 9007199254740993.0,
-                  true, "9007199254740993"},
-        TypedCase{"integer string beyond int64", json("-99999999999999999999"), kMin, -99999999999999999999.0, true,
-                  "-99999999999999999999"},
-        TypedCase{"zero string", json("0"), 0, 0.0, false, "0"},
-        TypedCase{"YES", json("YES"), 0, 0.0, true, "YES"},
-        TypedCase{"true string", json("True"), 0, 0.0, true, "True"},
-        TypedCase{"NO", json("no"), 0, 0.0, false, "no"},
-        TypedCase{"text", json("Dark"), 0, 0.0, false, "Dark"},
-        TypedCase{"digits then text", json("12abc"), 0, 0.0, false, "12abc"},
-        TypedCase{"hex is not a number", json("0x10"), 0, 0.0, false, "0x10"},
-        TypedCase{"nan string", json("nan"), 0, 0.0, false, "nan"},
-        TypedCase{"empty string", json(""), 0, 0.0, false, ""},
-        TypedCase{"array", json::array({1}), 0, 0.0, false, std::nullopt},
-        TypedCase{"dictionary", json{{"a", 1}}, 0, 0.0, false, std::nullopt}),
-    [](const auto& info) {
-      std::string name = info.param.label;
-      for (auto& c : name) {
-        if (!std::isalnum(static_cast<unsigned char>(c))) c = '_';
-      }
-      return name;
-    });
 
 TEST(HWPrefData, ObjectForKeyWithDefaultAndRemoval) {
   HWPrefData prefs(platform::DefaultsSuite::inMemory());

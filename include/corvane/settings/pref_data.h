@@ -13,27 +13,6 @@
 
 namespace corvane {
 
-// Typed reads of a stored value, the way the platform's suite coerces a value of another type:
-//
-//   stored value           integer      double       bool                      string
-//   absent                 0            0.0          NO                        nil
-//   unsigned / signed      the number   the number   ≠ 0                       its digits ("12")
-//   floating               truncated    the number   ≠ 0                       shortest form ("2.5", 2.0 → "2")
-//   bool                   1 / 0        1.0 / 0.0    itself                    "1" / "0"
-//   numeric string         the number   the number   ≠ 0                       itself
-//     (white space around; optional sign; decimal digits, fraction, exponent: " -3.5 ", "1e3")
-//   "YES"/"true"/"NO"/"false" (any case)  0  0.0     YES / NO                  itself
-//   any other string       0            0.0          NO                        itself
-//   array / dictionary     0            0.0          NO                        nil
-//
-// Integers saturate at the limits of int64; NaN reads as 0. None of them throws.
-namespace prefs {
-std::int64_t integerValue(const std::optional<nlohmann::json>& value);
-double doubleValue(const std::optional<nlohmann::json>& value);
-bool boolValue(const std::optional<nlohmann::json>& value);
-std::optional<std::string> stringValue(const std::optional<nlohmann::json>& value);
-}  // namespace prefs
-
 // The settings suite shared by every process (the app group's defaults suite). Thread-safe.
 class HWPrefData {
  public:
@@ -49,7 +28,9 @@ class HWPrefData {
   std::optional<nlohmann::json> objectForKey(const std::string& key) const;
   // The stored value, or `defaultValue` when nothing is stored.
   nlohmann::json objectForKey(const std::string& key, const nlohmann::json& defaultValue) const;
-  // Typed reads (see prefs:: above for values of another type).
+  // Typed reads: the stored value's dictionaries::integerValue / stringValue / doubleValue /
+  // boolValue; absent gives 0, nothing, 0.0, false, and so does an array or dictionary (which
+  // has no string either).
   std::int64_t integerForKey(const std::string& key) const;
   std::optional<std::string> stringForKey(const std::string& key) const;
   double doubleForKey(const std::string& key) const;

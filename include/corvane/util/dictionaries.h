@@ -1,12 +1,17 @@
-// Typed reads from JSON dictionaries that never fail: a wrong kind gives the documented default.
+// Typed reads from JSON values and dictionaries that never fail: a wrong kind gives the
+// documented default. The one set of value conversions of the library: the settings' typed
+// reads use them too.
 //
-// How JSON answers the platform's "integerValue"/"boolValue"/"stringValue":
-//  - numbers and booleans answer all three (true is 1, false is 0; a number's string is its
-//    shortest decimal form, "42" or "2.5"; integerValue of a fraction truncates toward zero);
-//  - strings answer integerValue and boolValue as the platform reads text: leading blanks
-//    skipped, then an optional sign and digits ("12abc" is 12, "abc" is 0); boolValue is true
-//    when the text starts (after blanks, signs and zeros) with 'Y', 'y', 'T', 't' or a digit 1-9;
-//  - null, objects and arrays answer nothing.
+// How JSON answers the platform's "integerValue"/"doubleValue"/"boolValue"/"stringValue":
+//  - numbers and booleans answer all four (true is 1, false is 0; a number's string is its
+//    shortest decimal form, "42" or "2.5"; integerValue of a fraction truncates toward zero and
+//    saturates at the limits of long long, NaN giving 0; boolValue is true for any number
+//    other than 0, NaN included);
+//  - strings answer as the platform reads text: leading blanks skipped, then the number the text
+//    starts with ("12abc" is 12, "abc" is 0, " -3.5e1x" is -35.0 as a double and -3 as an
+//    integer); boolValue is true when the text starts (after blanks, signs and zeros) with 'Y',
+//    'y', 'T', 't' or a digit 1-9 ("YES", "true", "7");
+//  - null, objects and arrays answer nothing (0, 0.0, false, "").
 // A number is any JSON number or boolean (booleans are numbers on the platform).
 #pragma once
 
@@ -42,9 +47,10 @@ bool safeBoolForPath(const nlohmann::json& dict, std::string_view path);
 std::optional<nlohmann::json> safeDictForPath(const nlohmann::json& dict, std::string_view path);
 std::optional<nlohmann::json> safeArrayForPath(const nlohmann::json& dict, std::string_view path);
 
-// How a single value answers stringValue / integerValue / boolValue (see above).
+// How a single value answers stringValue / integerValue / doubleValue / boolValue (see above).
 std::string stringValue(const nlohmann::json& value);
 long long integerValue(const nlohmann::json& value);
+double doubleValue(const nlohmann::json& value);
 bool boolValue(const nlohmann::json& value);
 
 }  // namespace corvane::dictionaries
