@@ -1,5 +1,5 @@
 // The one way the product writes to the console log: the fixed lines the design names, and
-// nothing else. Stderr on Linux; the unified log on macOS.
+// nothing else. Stderr on Linux (linux/log_linux.cpp); the unified log on macOS (darwin/).
 #pragma once
 
 #include <string>

@@ -1,23 +1,16 @@
-#include "platform/log.h"
-
+// The console log on Linux: standard error, one line per entry.
 #include <cstdio>
 #include <mutex>
 
-#if defined(__APPLE__)
-#include <os/log.h>
-#endif
+#include "platform/log.h"
 
 namespace corvane::platform {
 
 void log(const std::string& line) {
-#if defined(__APPLE__)
-  os_log(OS_LOG_DEFAULT, "%{public}s", line.c_str());
-#else
   static std::mutex lock;
   std::lock_guard guard(lock);
   std::fprintf(stderr, "%s\n", line.c_str());
   std::fflush(stderr);
-#endif
 }
 
 }  // namespace corvane::platform
