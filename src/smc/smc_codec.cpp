@@ -1,7 +1,7 @@
 // Decoding of SMC four-character codes and values. Pure functions, no allocation: the decoder
 // runs once per key on every refresh.
-#include <cstdio>
 #include <cstring>
+#include <string>
 
 #include "corvane/platform/text.h"
 #include "corvane/smc/smc.h"
@@ -54,8 +54,10 @@ uint32_t SMCConvertStringToNumber(const char* str, int size, int base) {
 }
 
 int SMCConvertNumberToString(char* dst, uint32_t n) {
-  return std::snprintf(dst, 5, "%c%c%c%c", static_cast<char>(n >> 24), static_cast<char>(n >> 16),
-                       static_cast<char>(n >> 8), static_cast<char>(n));
+  const std::string text = corvane::text::unpackFourCc(n);
+  std::memcpy(dst, text.data(), 4);
+  dst[4] = '\0';
+  return 4;
 }
 
 float _strtof(const unsigned char* str, int size, int e) {
