@@ -4,6 +4,7 @@
 #include <charconv>
 #include <string>
 
+#include "corvane/platform/text.h"
 #include "platform/displays_backends.h"
 #include "platform/posix/file_lock.h"
 
@@ -11,11 +12,8 @@ namespace corvane::platform {
 namespace drm {
 namespace {
 
-std::string_view trim(std::string_view text) {
-  while (!text.empty() && (text.back() == '\n' || text.back() == ' ' || text.back() == '\0')) text.remove_suffix(1);
-  while (!text.empty() && (text.front() == ' ' || text.front() == '\n')) text.remove_prefix(1);
-  return text;
-}
+// A sysfs value: the text before any NUL, without surrounding blanks and line ends.
+std::string_view trim(std::string_view value) { return text::trimmed(value.substr(0, value.find('\0'))); }
 
 class DrmDisplays final : public Displays {
  public:
