@@ -11,6 +11,7 @@
 
 #include "corvane/platform/platform.h"
 #include "corvane/smc/smc.h"
+#include "corvane/smc/smc_value.h"
 #include "platform/sim/sim_smc_driver.h"
 
 namespace {
@@ -117,7 +118,7 @@ void BM_ListLargestProfile(benchmark::State& state) {
   auto& driver = installBuiltin(largest.c_str());
   SMCValue value;
   SMCReadKey("#KEY", &value);
-  const auto total = static_cast<uint32_t>(SMCConvertValueToNumber(value));
+  const auto total = static_cast<uint32_t>(smc::decodedValue(value).value_or(0.0f));
   driver.resetCounts();
   std::size_t read = 0;
   for (auto _ : state) {

@@ -18,9 +18,9 @@ constexpr HidClass kVoltages{platform::kHidVoltageUsagePage, platform::kHidVolta
                              platform::kHidVoltageEventType};
 
 // The class of a sensor type and its slot in a pass; nullopt for types without HID sensors.
-std::optional<std::size_t> classSlot(std::uint64_t type) {
-  if (type == sensor_type::kTemperature) return 0;
-  if (type == sensor_type::kVoltage) return 1;
+std::optional<std::size_t> classSlot(SensorType type) {
+  if (type == SensorType::kTemperature) return 0;
+  if (type == SensorType::kVoltage) return 1;
   return std::nullopt;
 }
 
@@ -52,7 +52,7 @@ std::optional<std::map<std::string, double>> AppleSiliconSensors(int usagePage, 
   return values;
 }
 
-std::optional<std::map<std::string, double>> HIDWrapper::getSensorsDictByType(std::uint64_t type) const {
+std::optional<std::map<std::string, double>> HIDWrapper::getSensorsDictByType(SensorType type) const {
   const auto slot = classSlot(type);
   if (!slot) return std::nullopt;
   const HidClass& hidClass = classAt(*slot);
@@ -61,20 +61,23 @@ std::optional<std::map<std::string, double>> HIDWrapper::getSensorsDictByType(st
 
 std::vector<std::shared_ptr<HWSensor>> HIDWrapper::getAllSensors() const {
   std::vector<std::shared_ptr<HWSensor>> sensors;
-  for (const std::uint64_t type : {sensor_type::kTemperature, sensor_type::kVoltage}) {
+  for (const SensorType type : {SensorType::kTemperature, SensorType::kVoltage}) {
     const auto values = getSensorsDictByType(type);
     if (!values) continue;
-    const double maxLimit = type == sensor_type::kTemperature ? 110.0 : 0.0;
+    const double maxLimit = type == SensorType::kTemperature ? 110.0 : 0.0;
     for (const auto& [name, value] : *values) {
-      sensors.push_back(HWSensor::instanceWithKey(name, name, name, value, 0.0, maxLimit, type,
-                                                  sensor_group::kUnknown, kAllPlatforms, source_type::kHID,
-                                                  false));
+      sensors.push_back(HWSensor::instanceWithKey({.key = name,
+                                                   .name = name,
+                                                   .value = value,
+                                                   .maxLimitValue = maxLimit,
+                                                   .type = type,
+                                                   .sourceType = SourceType::kHID}));
     }
   }
   return sensors;
 }
 
-std::optional<double> HIDWrapper::getSensorValueByKey(std::string_view name, std::uint64_t type) {
+std::optional<double> HIDWrapper::getSensorValueByKey(std::string_view name, SensorType type) {
   const auto slot = classSlot(type);
   if (!slot) return std::nullopt;
   if (!inPass_) {

@@ -4,83 +4,55 @@
 
 namespace corvane {
 
-std::string_view sensorTypeName(std::uint64_t type) {
+std::string_view sensorTypeName(SensorType type) {
   switch (type) {
-    case sensor_type::kTemperature: return "Temperature";
-    case sensor_type::kFan: return "Fan";
-    case sensor_type::kVoltage: return "Voltage";
-    case sensor_type::kCurrent: return "Current";
-    case sensor_type::kPower: return "Power";
-    default: return {};
+    case SensorType::kTemperature: return "Temperature";
+    case SensorType::kFan: return "Fan";
+    case SensorType::kVoltage: return "Voltage";
+    case SensorType::kCurrent: return "Current";
+    case SensorType::kPower: return "Power";
   }
+  return {};
 }
 
-std::shared_ptr<HWSensor> HWSensor::instanceWithKey(std::string key, std::string name,
-                                                    std::string fullName, double value,
-                                                    double minLimitValue, double maxLimitValue,
-                                                    std::uint64_t type, std::uint64_t group,
-                                                    std::uint64_t platform,
-                                                    std::uint64_t sourceType, bool average) {
+std::shared_ptr<HWSensor> HWSensor::instanceWithKey(Fields fields) {
   // The constructor is private so that records exist only behind shared pointers.
   std::shared_ptr<HWSensor> sensor(new HWSensor());
-  sensor->key_ = std::move(key);
-  sensor->name_ = std::move(name);
-  sensor->fullName_ = std::move(fullName);
-  sensor->value_ = value;
-  sensor->minLimitValue_ = minLimitValue;
-  sensor->maxLimitValue_ = maxLimitValue;
-  sensor->type_ = type;
-  sensor->group_ = group;
-  sensor->platform_ = platform;
-  sensor->sourceType_ = sourceType;
-  sensor->average_ = average;
+  sensor->fullName_ = fields.fullName ? std::move(*fields.fullName) : fields.name;
+  sensor->key_ = std::move(fields.key);
+  sensor->name_ = std::move(fields.name);
+  sensor->value_ = fields.value;
+  sensor->minLimitValue_ = fields.minLimitValue;
+  sensor->maxLimitValue_ = fields.maxLimitValue;
+  sensor->type_ = fields.type;
+  sensor->group_ = fields.group;
+  sensor->platform_ = fields.platform;
+  sensor->sourceType_ = fields.sourceType;
+  sensor->average_ = fields.average;
   return sensor;
-}
-
-std::shared_ptr<HWSensor> HWSensor::instanceWithKey(std::string key, std::string name,
-                                                    std::uint64_t type, std::uint64_t group,
-                                                    std::uint64_t platform) {
-  return instanceWithKey(std::move(key), std::move(name), type, group, platform, false);
-}
-
-std::shared_ptr<HWSensor> HWSensor::instanceWithKey(std::string key, std::string name,
-                                                    std::uint64_t type, std::uint64_t group,
-                                                    std::uint64_t platform, bool average) {
-  std::string fullName = name;
-  return instanceWithKey(std::move(key), std::move(name), std::move(fullName), 0, 0, 0, type,
-                         group, platform, source_type::kSMC, average);
-}
-
-std::shared_ptr<HWSensor> HWSensor::hidSensorWithKey(std::string key, std::string name,
-                                                     std::uint64_t type, std::uint64_t group,
-                                                     std::uint64_t platform, bool average) {
-  std::string fullName = name;
-  return instanceWithKey(std::move(key), std::move(name), std::move(fullName), 0, 0, 0, type,
-                         group, platform, source_type::kHID, average);
 }
 
 bool HWSensor::isValidValue() const {
   switch (type_) {
-    case sensor_type::kTemperature:
+    case SensorType::kTemperature:
       // Rejects only on a true comparison, so a NaN reading is accepted.
       if (value_ <= minLimitValue_ || value_ > maxLimitValue_) return false;
       return true;
-    case sensor_type::kFan:
+    case SensorType::kFan:
       return true;
-    case sensor_type::kVoltage:
+    case SensorType::kVoltage:
       return value_ != 0 && value_ <= 300;
-    case sensor_type::kCurrent:
+    case SensorType::kCurrent:
       // Accepts only on true comparisons, so a NaN reading is rejected.
       return value_ > 0 && value_ <= 100;
-    case sensor_type::kPower:
+    case SensorType::kPower:
       return value_ > 0;
-    default:
-      return false;
   }
+  return false;
 }
 
 bool HWSensor::isUnknownSensor() const {
-  return key_ == name_ && key_ == fullName_ && group_ == sensor_group::kUnknown;
+  return key_ == name_ && key_ == fullName_ && group_ == SensorGroup::kUnknown;
 }
 
 }  // namespace corvane

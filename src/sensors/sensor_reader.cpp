@@ -16,6 +16,7 @@
 namespace corvane {
 namespace {
 
+// What a computed CPU or GPU figure reads when no sensor contributes to it.
 constexpr double kNoContributor = -1.0;
 constexpr int kPatternNumbers = 64;  // a "%" in a catalogue key stands for 0 … 63
 
@@ -26,8 +27,8 @@ constexpr std::string_view kHottestGPU = "HottestGPU";
 constexpr std::string_view kFastestFan = "FastestFan";
 
 // Sort position of a group: unknown sensors after every known group.
-std::uint64_t sortRank(std::uint64_t group) {
-  return group == sensor_group::kUnknown ? std::numeric_limits<std::uint64_t>::max() : group;
+std::uint64_t sortRank(SensorGroup group) {
+  return group == SensorGroup::kUnknown ? std::numeric_limits<std::uint64_t>::max() : toNumber(group);
 }
 
 // Copies what the catalogue knows about a sensor onto a discovered record.
@@ -41,26 +42,31 @@ void applyEntry(HWSensor& sensor, const HWSensor& entry, std::string name, std::
 struct Contributors {
   double sum = 0;
   std::uint64_t count = 0;
-  double hottest = kNoContributor;
+  std::optional<double> hottest;  // empty until a first contributor, whatever it reads
 };
 
 // The averaged temperatures of one group (CPU or GPU) as they stand in `sensors`.
-Contributors contributors(const HWSensorReader::SensorList& sensors, std::uint64_t group) {
+Contributors contributors(const HWSensorReader::SensorList& sensors, SensorGroup group) {
   Contributors found;
   for (const auto& sensor : sensors) {
-    if (sensor->group() != group || sensor->type() != sensor_type::kTemperature || !sensor->average()) continue;
+    if (sensor->group() != group || sensor->type() != SensorType::kTemperature || !sensor->average()) continue;
     const double value = sensor->value();
     found.sum += value;
     ++found.count;
-    if (found.hottest == kNoContributor || value > found.hottest) found.hottest = value;
+    if (!found.hottest || value > *found.hottest) found.hottest = value;
   }
   return found;
 }
 
-std::shared_ptr<HWSensor> computedTemperature(std::string_view key, const char* label, std::uint64_t group,
+std::shared_ptr<HWSensor> computedTemperature(std::string_view key, const char* label, SensorGroup group,
                                               double value) {
-  return HWSensor::instanceWithKey(std::string(key), label, label, value, 0.0, 110.0, sensor_type::kTemperature,
-                                   group, kAllPlatforms, source_type::kComputed, false);
+  return HWSensor::instanceWithKey({.key = std::string(key),
+                                    .name = label,
+                                    .value = value,
+                                    .maxLimitValue = 110.0,
+                                    .type = SensorType::kTemperature,
+                                    .group = group,
+                                    .sourceType = SourceType::kComputed});
 }
 
 }  // namespace
@@ -163,54 +169,59 @@ HWSensorReader::SensorList HWSensorReader::buildComputedSensorsInSensors(const S
   const struct {
     std::string_view key;
     const char* label;
-    std::uint64_t group;
-  } temperatures[] = {{kAverageCPU, "Average CPU", sensor_group::kCPU},
-                      {kHottestCPU, "Hottest CPU", sensor_group::kCPU},
-                      {kAverageGPU, "Average GPU", sensor_group::kGPU},
-                      {kHottestGPU, "Hottest GPU", sensor_group::kGPU}};
+    SensorGroup group;
+  } temperatures[] = {{kAverageCPU, "Average CPU", SensorGroup::kCPU},
+                      {kHottestCPU, "Hottest CPU", SensorGroup::kCPU},
+                      {kAverageGPU, "Average GPU", SensorGroup::kGPU},
+                      {kHottestGPU, "Hottest GPU", SensorGroup::kGPU}};
   for (const auto& figure : temperatures) {
-    const double value = getSensorValueByKey(figure.key, sensor_type::kTemperature, source_type::kComputed, sensors);
+    const double value = getSensorValueByKey(figure.key, SensorType::kTemperature, SourceType::kComputed, sensors);
     if (value > 0) computed.push_back(computedTemperature(figure.key, figure.label, figure.group, value));
   }
 
   std::size_t fans = 0;
   std::shared_ptr<HWSensor> fastest;
   for (const auto& sensor : sensors) {
-    if (sensor->type() != sensor_type::kFan) continue;
+    if (sensor->type() != SensorType::kFan) continue;
     ++fans;
-    if (sensor->sourceType() == source_type::kComputed) continue;
+    if (sensor->sourceType() == SourceType::kComputed) continue;
     if (!fastest || sensor->value() > fastest->value()) fastest = sensor;
   }
   if (fans >= 2 && fastest && fastest->value() > 0) {
-    computed.push_back(HWSensor::instanceWithKey(std::string(kFastestFan), "Fastest Fan", "Fastest Fan",
-                                                 fastest->value(), fastest->minLimitValue(),
-                                                 fastest->maxLimitValue(), sensor_type::kFan, sensor_group::kFans,
-                                                 fastest->platform(), source_type::kComputed, false));
+    computed.push_back(HWSensor::instanceWithKey({.key = std::string(kFastestFan),
+                                                  .name = "Fastest Fan",
+                                                  .value = fastest->value(),
+                                                  .minLimitValue = fastest->minLimitValue(),
+                                                  .maxLimitValue = fastest->maxLimitValue(),
+                                                  .type = SensorType::kFan,
+                                                  .group = SensorGroup::kFans,
+                                                  .platform = fastest->platform(),
+                                                  .sourceType = SourceType::kComputed}));
   }
   return computed;
 }
 
-double HWSensorReader::getSensorValueByKey(std::string_view key, std::uint64_t type, std::uint64_t sourceType,
+double HWSensorReader::getSensorValueByKey(std::string_view key, SensorType type, SourceType sourceType,
                                            const SensorList& sensors) {
-  if (sourceType == source_type::kSMC) return smc_->getSensorValueByKey(key, type).value_or(0.0);
-  if (sourceType == source_type::kHID) {
+  if (sourceType == SourceType::kSMC) return smc_->getSensorValueByKey(key, type).value_or(0.0);
+  if (sourceType == SourceType::kHID) {
     if (!hid_) return 0.0;
     return hid_->getSensorValueByKey(key, type).value_or(0.0);
   }
-  if (sourceType != source_type::kComputed) return 0.0;
+  if (sourceType != SourceType::kComputed) return 0.0;
 
-  if (type == sensor_type::kTemperature) {
+  if (type == SensorType::kTemperature) {
     const bool cpu = key == kAverageCPU || key == kHottestCPU;
     const bool gpu = key == kAverageGPU || key == kHottestGPU;
     if (!cpu && !gpu) return kNoContributor;
-    const Contributors found = contributors(sensors, cpu ? sensor_group::kCPU : sensor_group::kGPU);
-    if (key == kHottestCPU || key == kHottestGPU) return found.hottest;
+    const Contributors found = contributors(sensors, cpu ? SensorGroup::kCPU : SensorGroup::kGPU);
+    if (key == kHottestCPU || key == kHottestGPU) return found.hottest.value_or(kNoContributor);
     return found.count >= 1 ? found.sum / static_cast<double>(found.count) : kNoContributor;
   }
-  if (type == sensor_type::kFan && key == kFastestFan) {
+  if (type == SensorType::kFan && key == kFastestFan) {
     double fastest = 0.0;
     for (const auto& sensor : sensors) {
-      if (sensor->type() == sensor_type::kFan && sensor->sourceType() != source_type::kComputed &&
+      if (sensor->type() == SensorType::kFan && sensor->sourceType() != SourceType::kComputed &&
           sensor->value() > fastest) {
         fastest = sensor->value();
       }
@@ -221,8 +232,8 @@ double HWSensorReader::getSensorValueByKey(std::string_view key, std::uint64_t t
 }
 
 bool HWSensorReader::shouldRefresh(const HWSensor& sensor) const {
-  if (sensor.sourceType() == source_type::kHID && !showHIDSensors_) return false;
-  if (sensor.sourceType() == source_type::kComputed && !showComputedSensors_) return false;
+  if (sensor.sourceType() == SourceType::kHID && !showHIDSensors_) return false;
+  if (sensor.sourceType() == SourceType::kComputed && !showComputedSensors_) return false;
   if (sensor.isUnknownSensor() && !showUnknownSensors_) return false;
   return true;
 }

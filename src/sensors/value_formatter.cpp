@@ -1,25 +1,21 @@
 #include "corvane/sensors/value_formatter.h"
 
 #include <cmath>
-#include <cstdio>
 #include <mutex>
+
+#include <fmt/format.h>
 
 #include "corvane/util/strings.h"
 
 namespace corvane {
 namespace {
 
-constexpr uint64_t kTemperature = 0;
-constexpr uint64_t kFan = 1;
+constexpr SensorType kTemperature = SensorType::kTemperature;
+constexpr SensorType kFan = SensorType::kFan;
 
 std::mutex g_providerLock;
 std::function<UnitPreferences()> g_provider;  // guarded by g_providerLock
 
-std::string format(const char* pattern, double value) {
-  char text[64];
-  std::snprintf(text, sizeof text, pattern, value);
-  return text;
-}
 
 // Status texts are looked up by key in the strings tables.
 constexpr const char* kStatusKeys[] = {
@@ -59,7 +55,7 @@ double HWValueConverter::convertedTemp(double celsius) {
   return currentUnitPreferences().tempUnitCelsius ? celsius : celsius * 9.0 / 5.0 + 32.0;
 }
 
-std::string HWValueConverter::stringFromValue(double value, uint64_t categoryType) {
+std::string HWValueConverter::stringFromValue(double value, SensorType categoryType) {
   if (categoryType == kFan) {
     if (currentUnitPreferences().fanValueType == 1) {
       // Truncated toward zero, not rounded: 0.456 shows as 45%. Out-of-range values saturate
@@ -68,13 +64,13 @@ std::string HWValueConverter::stringFromValue(double value, uint64_t categoryTyp
       const long long whole = std::isfinite(percent) && std::fabs(percent) < 9.0e18 ? static_cast<long long>(percent) : 0;
       return std::to_string(whole);
     }
-    return format("%.0f", value);
+    return fmt::format("{:.0f}", value);
   }
-  if (categoryType == kTemperature) return format("%.0f", value);
-  return format("%.2f", value);
+  if (categoryType == kTemperature) return fmt::format("{:.0f}", value);
+  return fmt::format("{:.2f}", value);
 }
 
-std::optional<std::string> HWValueConverter::unitStringFromCategoryType(uint64_t categoryType, bool shortForm) {
+std::optional<std::string> HWValueConverter::unitStringFromCategoryType(SensorType categoryType, bool shortForm) {
   switch (categoryType) {
     case kTemperature:
       if (shortForm) return "°";
@@ -82,14 +78,14 @@ std::optional<std::string> HWValueConverter::unitStringFromCategoryType(uint64_t
     case kFan:
       if (currentUnitPreferences().fanValueType == 1) return "%";
       return shortForm ? "" : "rpm";
-    case 2: return "V";
-    case 3: return "A";
-    case 4: return "W";
-    default: return std::nullopt;
+    case SensorType::kVoltage: return "V";
+    case SensorType::kCurrent: return "A";
+    case SensorType::kPower: return "W";
   }
+  return std::nullopt;
 }
 
-std::string HWValueConverter::fullStringFromValue(double value, uint64_t categoryType, bool shortForm) {
+std::string HWValueConverter::fullStringFromValue(double value, SensorType categoryType, bool shortForm) {
   if (value < 0) return "-";
   return stringFromValue(value, categoryType) + unitStringFromCategoryType(categoryType, shortForm).value_or("");
 }

@@ -5,6 +5,7 @@
 
 #include "corvane/platform/text.h"
 #include "corvane/smc/smc.h"
+#include "corvane/smc/smc_value.h"
 
 namespace {
 
@@ -76,12 +77,21 @@ float _strtof(const unsigned char* str, int size, int e) {
 }
 
 float SMCConvertValueToNumber(SMCValue value) {
+  // The exported contract: -1 for a value the codec cannot convert.
+  return corvane::smc::decodedValue(value).value_or(-1.0f);
+}
+
+}  // extern "C"
+
+namespace corvane::smc {
+
+std::optional<float> decodedValue(const SMCValue& value) {
   if (value.dataSize == 0) {
     return 0.0f;
   }
   // Types compare as four characters plus the terminating NUL, so "ui8" never matches "ui8 ".
   if (value.dataType[4] != '\0') {
-    return -1.0f;
+    return std::nullopt;
   }
   uint32_t type;
   std::memcpy(&type, value.dataType, 4);
@@ -104,12 +114,12 @@ float SMCConvertValueToNumber(SMCValue value) {
         std::memcpy(&f, b, sizeof f);
         return f;
       }
-      return -1.0f;
+      return std::nullopt;
     case 1:
       if (type == packFourCc("si8 ")) {
         return static_cast<float>(static_cast<signed char>(b[0]));
       }
-      return -1.0f;
+      return std::nullopt;
     case 2:
       switch (type) {
         case packFourCc("fp1f"): return unsigned16(b, 15);
@@ -130,17 +140,17 @@ float SMCConvertValueToNumber(SMCValue value) {
         case packFourCc("sp87"): return signed16(b, 7);
         case packFourCc("sp96"): return signed16(b, 6);
         case packFourCc("spb4"): return signed16(b, 4);
-        // Named signed, but machines report them unsigned; reading them signed turns a
-        // full-scale value into -1, which callers would take for a failed conversion.
+        // Named signed, but machines report them unsigned, and the exported decoder would
+        // turn a full-scale value read as signed into its failure value -1.
         case packFourCc("spf0"):
         case packFourCc("si16"): return unsigned16(b, 0);
         case packFourCc("{pwm"):
           return static_cast<float>(static_cast<double>((b[0] << 8) | b[1]) * 100.0 / 65536.0);
-        default: return -1.0f;
+        default: return std::nullopt;
       }
     default:
-      return -1.0f;
+      return std::nullopt;
   }
 }
 
-}  // extern "C"
+}  // namespace corvane::smc

@@ -1,14 +1,16 @@
 #include "corvane/smc/smc_wrapper.h"
 
 #include <charconv>
-#include <cstdio>
 #include <cstring>
 #include <filesystem>
+
+#include <fmt/format.h>
 
 #include "corvane/platform/platform.h"
 #include "corvane/platform/processes.h"
 #include "corvane/smc/fan_keys.h"
 #include "corvane/smc/smc.h"
+#include "corvane/smc/smc_value.h"
 #include "corvane/util/install_paths.h"
 
 namespace corvane {
@@ -25,26 +27,24 @@ kern_return_t readKey(std::string_view key, SMCValue& value) {
 }
 
 HWError readFailed(std::string_view key) {
-  std::string message = "[SMCWrapper] Read (";
-  message.append(key);
-  message += ") failed";
-  return errors::kitError(kReadFailedCode, std::move(message));
+  return errors::kitError(kReadFailedCode, fmt::format("[SMCWrapper] Read ({}) failed", key));
 }
 
 HWError convertFailed(std::string_view key, const SMCValue& value) {
-  char tail[64];
-  std::snprintf(tail, sizeof tail, ") failed: val:%s size-%d", value.dataType, static_cast<int>(value.dataSize));
-  std::string message = "[SMCWrapper] Convert (";
-  message.append(key);
-  message += tail;
-  return errors::kitError(kReadFailedCode, std::move(message));
+  // The type code is NUL-terminated by the driver layer; strnlen keeps a damaged one in bounds.
+  const std::string_view type(value.dataType, strnlen(value.dataType, sizeof value.dataType));
+  return errors::kitError(kReadFailedCode, fmt::format("[SMCWrapper] Convert ({}) failed: val:{} size-{}", key,
+                                                       type, value.dataSize));
 }
 
-// The fan key `format` ("F%cAc") for fan `index`; false beyond the addressable fans.
-bool fanKey(const char* format, std::uint64_t index, char (&key)[5]) {
-  if (index >= kAddressableFans) return false;
-  std::snprintf(key, sizeof key, format, smc::kFanCharacters[index]);
-  return true;
+// The fan key ending in `suffix` of fan `index` ("Ac", 0 → "F0Ac"); nullopt beyond the
+// addressable fans.
+std::optional<std::string> fanKey(std::string_view suffix, std::uint64_t index) {
+  if (index >= kAddressableFans) return std::nullopt;
+  std::string key = "F";
+  key += smc::kFanCharacters[index];
+  key += suffix;
+  return key;
 }
 
 // The leading decimal integer of `text` (after blanks), 0 when there is none.
@@ -70,12 +70,12 @@ std::optional<double> SMCWrapper::rawValueByKey(std::string_view key) {
     handleFailedWithErrMsg(readFailed(key));
     return std::nullopt;
   }
-  const float number = SMCConvertValueToNumber(value);
-  if (number == -1.0f) {
+  const auto number = smc::decodedValue(value);
+  if (!number) {
     handleFailedWithErrMsg(convertFailed(key, value));
     return std::nullopt;
   }
-  return static_cast<double>(number);
+  return static_cast<double>(*number);
 }
 
 std::optional<std::string> SMCWrapper::rawStringValueByKey(std::string_view key) {
@@ -103,29 +103,28 @@ std::uint64_t SMCWrapper::numberOfFans() {
   return static_cast<std::uint64_t>(*count);
 }
 
-std::optional<double> SMCWrapper::fanValue(const char* format, std::uint64_t index) {
-  char key[5];
-  if (!fanKey(format, index, key)) return std::nullopt;
-  return rawValueByKey(key);
+std::optional<double> SMCWrapper::fanValue(std::string_view suffix, std::uint64_t index) {
+  const auto key = fanKey(suffix, index);
+  if (!key) return std::nullopt;
+  return rawValueByKey(*key);
 }
 
-double SMCWrapper::speedOfFan(std::uint64_t index) { return fanValue("F%cAc", index).value_or(0.0); }
+double SMCWrapper::speedOfFan(std::uint64_t index) { return fanValue("Ac", index).value_or(0.0); }
 
-double SMCWrapper::safeMinimumSpeedOfFan(std::uint64_t index) { return fanValue("F%cMn", index).value_or(0.0); }
+double SMCWrapper::safeMinimumSpeedOfFan(std::uint64_t index) { return fanValue("Mn", index).value_or(0.0); }
 
-double SMCWrapper::safeMaximumSpeedOfFan(std::uint64_t index) { return fanValue("F%cMx", index).value_or(0.0); }
+double SMCWrapper::safeMaximumSpeedOfFan(std::uint64_t index) { return fanValue("Mx", index).value_or(0.0); }
 
 std::string SMCWrapper::descriptionOfFan(std::uint64_t index) {
-  char key[5];
-  if (fanKey("F%cID", index, key)) {
-    auto name = rawStringValueByKey(key);
+  if (const auto key = fanKey("ID", index)) {
+    auto name = rawStringValueByKey(*key);
     if (name && !name->empty()) return std::move(*name);
   }
   return "Fan " + std::to_string(index + 1);
 }
 
-std::optional<double> SMCWrapper::getSensorValueByKey(std::string_view key, std::uint64_t type) {
-  if (type == sensor_type::kFan) {
+std::optional<double> SMCWrapper::getSensorValueByKey(std::string_view key, SensorType type) {
+  if (type == SensorType::kFan) {
     const std::int64_t index = integerValue(key);
     return index < 0 ? 0.0 : speedOfFan(static_cast<std::uint64_t>(index));
   }
@@ -140,8 +139,8 @@ const std::vector<std::string>& SMCWrapper::getAllSensorKeys() {
   for (std::uint64_t index = 0; index < count; ++index) {
     SMCValue value;
     if (SMCReadKeyByIndex(static_cast<uint32_t>(index), &value) != 0) continue;
-    // −1.0 means the codec does not know the type; a NaN is a reading and stays.
-    if (SMCConvertValueToNumber(value) == -1.0f) continue;
+    // Only a value the codec cannot convert is left out; -1 and NaN are readings and stay.
+    if (!smc::decodedValue(value)) continue;
     switch (value.key[0]) {
       case 'T':
       case 'V':
@@ -161,27 +160,30 @@ std::vector<std::shared_ptr<HWSensor>> SMCWrapper::getAllSensors() {
   std::vector<std::shared_ptr<HWSensor>> sensors;
   const std::uint64_t fans = numberOfFans();
   for (std::uint64_t i = 0; i < fans && i < kAddressableFans; ++i) {
-    std::string name = descriptionOfFan(i);
-    sensors.push_back(HWSensor::instanceWithKey(std::to_string(i), name, name, speedOfFan(i),
-                                                safeMinimumSpeedOfFan(i), safeMaximumSpeedOfFan(i),
-                                                sensor_type::kFan, sensor_group::kFans, kAllPlatforms,
-                                                source_type::kSMC, false));
+    sensors.push_back(HWSensor::instanceWithKey({.key = std::to_string(i),
+                                                 .name = descriptionOfFan(i),
+                                                 .value = speedOfFan(i),
+                                                 .minLimitValue = safeMinimumSpeedOfFan(i),
+                                                 .maxLimitValue = safeMaximumSpeedOfFan(i),
+                                                 .type = SensorType::kFan,
+                                                 .group = SensorGroup::kFans}));
   }
   for (const std::string& key : getAllSensorKeys()) {
-    std::uint64_t type = 0;
+    SensorType type = SensorType::kTemperature;
     switch (key[0]) {
-      case 'T': type = sensor_type::kTemperature; break;
-      case 'V': type = sensor_type::kVoltage; break;
-      case 'P': type = sensor_type::kPower; break;
-      case 'I': type = sensor_type::kCurrent; break;
+      case 'T': type = SensorType::kTemperature; break;
+      case 'V': type = SensorType::kVoltage; break;
+      case 'P': type = SensorType::kPower; break;
+      case 'I': type = SensorType::kCurrent; break;
       default: continue;
     }
     const auto value = rawValueByKey(key);
     if (!value) continue;
-    const double maxLimit = type == sensor_type::kTemperature ? 110.0 : 0.0;
-    sensors.push_back(HWSensor::instanceWithKey(key, key, key, *value, 0.0, maxLimit, type,
-                                                sensor_group::kUnknown, kAllPlatforms, source_type::kSMC,
-                                                false));
+    sensors.push_back(HWSensor::instanceWithKey({.key = key,
+                                                 .name = key,
+                                                 .value = *value,
+                                                 .maxLimitValue = type == SensorType::kTemperature ? 110.0 : 0.0,
+                                                 .type = type}));
   }
   return sensors;
 }

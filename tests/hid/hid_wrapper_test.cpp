@@ -56,13 +56,13 @@ class HIDWrapperTest : public ::testing::Test {
 
 TEST_F(HIDWrapperTest, TypesWithoutAnHidClassGiveNothing) {
   install(kAppleSilicon);
-  for (std::uint64_t type : {sensor_type::kFan, sensor_type::kCurrent, sensor_type::kPower}) {
-    SCOPED_TRACE(type);
+  for (SensorType type : {SensorType::kFan, SensorType::kCurrent, SensorType::kPower}) {
+    SCOPED_TRACE(sensorTypeName(type));
     EXPECT_EQ(wrapper_.getSensorsDictByType(type), std::nullopt);
     EXPECT_EQ(wrapper_.getSensorValueByKey("PMU vbat", type), std::nullopt);
   }
   for (const auto& sensor : wrapper_.getAllSensors()) {
-    EXPECT_TRUE(sensor->type() == sensor_type::kTemperature || sensor->type() == sensor_type::kVoltage);
+    EXPECT_TRUE(sensor->type() == SensorType::kTemperature || sensor->type() == SensorType::kVoltage);
   }
 }
 
@@ -77,15 +77,15 @@ TEST_F(HIDWrapperTest, DuplicateProductsMakeOneRecordWithTheLaterValue) {
   EXPECT_EQ(sensors[1]->name(), sensors[1]->key());
   EXPECT_EQ(sensors[1]->fullName(), sensors[1]->key());
   EXPECT_EQ(sensors[1]->maxLimitValue(), 110.0);
-  EXPECT_EQ(sensors[1]->sourceType(), source_type::kHID);
-  EXPECT_EQ(sensors[1]->group(), sensor_group::kUnknown);
+  EXPECT_EQ(sensors[1]->sourceType(), SourceType::kHID);
+  EXPECT_EQ(sensors[1]->group(), SensorGroup::kUnknown);
   EXPECT_EQ(sensors[1]->platform(), kAllPlatforms);
   EXPECT_EQ(sensors[2]->key(), "PMU vbat");
-  EXPECT_EQ(sensors[2]->type(), sensor_type::kVoltage);
+  EXPECT_EQ(sensors[2]->type(), SensorType::kVoltage);
   EXPECT_EQ(sensors[2]->maxLimitValue(), 0.0);
-  EXPECT_DOUBLE_EQ(*wrapper_.getSensorValueByKey("pACC MTR Temp Sensor0", sensor_type::kTemperature), 47.0);
-  EXPECT_DOUBLE_EQ(*wrapper_.getSensorValueByKey("PMU vbat", sensor_type::kVoltage), 12.5);
-  EXPECT_EQ(wrapper_.getSensorValueByKey("PMU vbat", sensor_type::kTemperature), std::nullopt);
+  EXPECT_DOUBLE_EQ(*wrapper_.getSensorValueByKey("pACC MTR Temp Sensor0", SensorType::kTemperature), 47.0);
+  EXPECT_DOUBLE_EQ(*wrapper_.getSensorValueByKey("PMU vbat", SensorType::kVoltage), 12.5);
+  EXPECT_EQ(wrapper_.getSensorValueByKey("PMU vbat", SensorType::kTemperature), std::nullopt);
 }
 
 TEST_F(HIDWrapperTest, MachineWithoutHidHasNoServices) {
@@ -93,7 +93,7 @@ TEST_F(HIDWrapperTest, MachineWithoutHidHasNoServices) {
   const auto& events = platform::current().service<platform::HidEventSystem>();
   EXPECT_FALSE(events.present());
   EXPECT_EQ(events.services(0xFF00, 5, 15), std::nullopt);
-  EXPECT_EQ(wrapper_.getSensorsDictByType(sensor_type::kTemperature), std::nullopt);
+  EXPECT_EQ(wrapper_.getSensorsDictByType(SensorType::kTemperature), std::nullopt);
   EXPECT_TRUE(wrapper_.getAllSensors().empty());
 }
 
@@ -142,8 +142,8 @@ TEST_F(HIDWrapperTest, ServicesWithoutProductOrEventAreLeftOut) {
   ASSERT_TRUE(values.has_value());
   ASSERT_EQ(values->size(), 1u);
   EXPECT_EQ(values->at("B"), 41.0);  // a later service without a reading does not overwrite
-  EXPECT_EQ(wrapper_.getSensorValueByKey("B", sensor_type::kTemperature), 41.0);
-  EXPECT_EQ(wrapper_.getSensorValueByKey("A", sensor_type::kTemperature), std::nullopt);
+  EXPECT_EQ(wrapper_.getSensorValueByKey("B", SensorType::kTemperature), 41.0);
+  EXPECT_EQ(wrapper_.getSensorValueByKey("A", SensorType::kTemperature), std::nullopt);
 }
 
 TEST_F(HIDWrapperTest, APassScansOnceAndEachPassReadsAfresh) {
@@ -151,18 +151,18 @@ TEST_F(HIDWrapperTest, APassScansOnceAndEachPassReadsAfresh) {
   auto hid = script();
   hid->services = {{"A", 40.0}, {"B", 41.0}};
   wrapper_.beginPass();
-  EXPECT_EQ(wrapper_.getSensorValueByKey("A", sensor_type::kTemperature), 40.0);
-  EXPECT_EQ(wrapper_.getSensorValueByKey("B", sensor_type::kTemperature), 41.0);
+  EXPECT_EQ(wrapper_.getSensorValueByKey("A", SensorType::kTemperature), 40.0);
+  EXPECT_EQ(wrapper_.getSensorValueByKey("B", SensorType::kTemperature), 41.0);
   EXPECT_EQ(hid->scans, 1);
   hid->services = {{"A", 50.0}};
   wrapper_.beginPass();
-  EXPECT_EQ(wrapper_.getSensorValueByKey("A", sensor_type::kTemperature), 50.0);
-  EXPECT_EQ(wrapper_.getSensorValueByKey("B", sensor_type::kTemperature), std::nullopt);  // vanished
+  EXPECT_EQ(wrapper_.getSensorValueByKey("A", SensorType::kTemperature), 50.0);
+  EXPECT_EQ(wrapper_.getSensorValueByKey("B", SensorType::kTemperature), std::nullopt);  // vanished
   EXPECT_EQ(hid->scans, 2);
   wrapper_.endPass();
   // Outside a pass every lookup is a scan of its own.
-  wrapper_.getSensorValueByKey("A", sensor_type::kTemperature);
-  wrapper_.getSensorValueByKey("A", sensor_type::kTemperature);
+  wrapper_.getSensorValueByKey("A", SensorType::kTemperature);
+  wrapper_.getSensorValueByKey("A", SensorType::kTemperature);
   EXPECT_EQ(hid->scans, 4);
 }
 

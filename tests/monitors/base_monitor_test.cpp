@@ -177,24 +177,33 @@ TEST(HWBaseMonitorTest, LifeCycleOfTheBaseDoesNothing) {
   EXPECT_EQ(monitor.delegates().size(), 1U);
 }
 
-class Counter : public HWBaseReader {
+class Counter : public HWBaseReader<std::vector<int>> {
  public:
-  void read() override { deliverResult(std::vector<int>{++reads_, reads_ * 10}); }
+  void read() override {
+    ++reads_;
+    deliverResult({reads_, reads_ * 10});
+  }
 
  private:
   int reads_ = 0;
 };
 
-class Receiver : public HWBaseReaderDelegate {
+// A second kind of reader, so one receiver takes two result types, as the CPU monitor will.
+class Labeller : public HWBaseReader<std::string> {
  public:
-  void readerDidReadWithResult(HWBaseReader& reader, const std::any& result) override {
+  void read() override { deliverResult("label"); }
+};
+
+class Receiver : public HWBaseReaderDelegate<std::vector<int>>, public HWBaseReaderDelegate<std::string> {
+ public:
+  void readerDidReadWithResult(HWBaseReader<std::vector<int>>& reader, const std::vector<int>& values) override {
     from = &reader;
-    if (const auto* values = std::any_cast<std::vector<int>>(&result)) last = *values;
-    else wrongType = true;
+    last = values;
   }
-  HWBaseReader* from = nullptr;
+  void readerDidReadWithResult(HWBaseReader<std::string>&, const std::string& text) override { label = text; }
+  HWReader* from = nullptr;
   std::vector<int> last;
-  bool wrongType = false;
+  std::string label;
 };
 
 TEST(HWBaseReaderTest, HandsResultsToItsWeakDelegate) {
@@ -205,7 +214,11 @@ TEST(HWBaseReaderTest, HandsResultsToItsWeakDelegate) {
   reader.read();
   EXPECT_EQ(receiver->from, &reader);
   EXPECT_EQ(receiver->last, (std::vector<int>{2, 20}));
-  EXPECT_FALSE(receiver->wrongType);
+  Labeller labeller;
+  labeller.setDelegate(receiver);
+  labeller.read();
+  EXPECT_EQ(receiver->label, "label");
+  EXPECT_EQ(receiver->last, (std::vector<int>{2, 20})) << "each result type reaches its own method";
   std::weak_ptr<Receiver> watch = receiver;
   receiver.reset();
   EXPECT_TRUE(watch.expired()) << "the reader must not keep its delegate alive";
@@ -214,7 +227,7 @@ TEST(HWBaseReaderTest, HandsResultsToItsWeakDelegate) {
 }
 
 TEST(HWBaseReaderTest, BaseReadDoesNothingAndEachReaderHasItsOwnQueue) {
-  HWBaseReader a, b;
+  HWBaseReader<std::vector<int>> a, b;
   auto receiver = std::make_shared<Receiver>();
   a.setDelegate(receiver);
   a.read();

@@ -12,6 +12,12 @@ namespace {
 
 using SensorList = std::vector<std::shared_ptr<HWSensor>>;
 
+// The tables below hold the fixed numbers that JSON, settings and the store write.
+constexpr std::uint64_t kTemperature = toNumber(SensorType::kTemperature);
+constexpr std::uint64_t kCurrent = toNumber(SensorType::kCurrent);
+constexpr std::uint64_t kVoltage = toNumber(SensorType::kVoltage);
+constexpr std::uint64_t kPower = toNumber(SensorType::kPower);
+
 // The first entry for `key`, as the sensor reader picks it; null when there is none.
 std::shared_ptr<HWSensor> firstWithKey(const SensorList& sensors, const std::string& key) {
   for (const auto& sensor : sensors) {
@@ -23,21 +29,21 @@ std::shared_ptr<HWSensor> firstWithKey(const SensorList& sensors, const std::str
 // Counted by hand from the catalogue's item lists, one line per type and group.
 TEST(SensorCatalogue, CountsPerTypeAndGroup) {
   const std::map<std::pair<std::uint64_t, std::uint64_t>, int> expected = {
-      {{sensor_type::kTemperature, 1}, 39}, {{sensor_type::kTemperature, 2}, 15},
-      {{sensor_type::kTemperature, 3}, 9},  {{sensor_type::kTemperature, 4}, 27},
-      {{sensor_type::kTemperature, 5}, 4},  {{sensor_type::kTemperature, 6}, 6},
-      {{sensor_type::kTemperature, 7}, 5},  {{sensor_type::kTemperature, 8}, 4},
-      {{sensor_type::kTemperature, 9}, 8},  {{sensor_type::kTemperature, 10}, 1},
-      {{sensor_type::kCurrent, 1}, 8},      {{sensor_type::kCurrent, 2}, 3},
-      {{sensor_type::kCurrent, 3}, 2},      {{sensor_type::kCurrent, 4}, 6},
-      {{sensor_type::kCurrent, 6}, 1},      {{sensor_type::kCurrent, 8}, 3},
-      {{sensor_type::kCurrent, 9}, 1},      {{sensor_type::kVoltage, 1}, 4},
-      {{sensor_type::kVoltage, 2}, 2},      {{sensor_type::kVoltage, 3}, 1},
-      {{sensor_type::kVoltage, 4}, 15},     {{sensor_type::kVoltage, 8}, 2},
-      {{sensor_type::kVoltage, 9}, 1},      {{sensor_type::kPower, 1}, 13},
-      {{sensor_type::kPower, 2}, 4},        {{sensor_type::kPower, 3}, 2},
-      {{sensor_type::kPower, 4}, 11},       {{sensor_type::kPower, 8}, 3},
-      {{sensor_type::kPower, 9}, 1},
+      {{kTemperature, 1}, 39}, {{kTemperature, 2}, 15},
+      {{kTemperature, 3}, 9},  {{kTemperature, 4}, 27},
+      {{kTemperature, 5}, 4},  {{kTemperature, 6}, 6},
+      {{kTemperature, 7}, 5},  {{kTemperature, 8}, 4},
+      {{kTemperature, 9}, 8},  {{kTemperature, 10}, 1},
+      {{kCurrent, 1}, 8},      {{kCurrent, 2}, 3},
+      {{kCurrent, 3}, 2},      {{kCurrent, 4}, 6},
+      {{kCurrent, 6}, 1},      {{kCurrent, 8}, 3},
+      {{kCurrent, 9}, 1},      {{kVoltage, 1}, 4},
+      {{kVoltage, 2}, 2},      {{kVoltage, 3}, 1},
+      {{kVoltage, 4}, 15},     {{kVoltage, 8}, 2},
+      {{kVoltage, 9}, 1},      {{kPower, 1}, 13},
+      {{kPower, 2}, 4},        {{kPower, 3}, 2},
+      {{kPower, 4}, 11},       {{kPower, 8}, 3},
+      {{kPower, 9}, 1},
   };
   const auto templates = catalogue::smcTemplates();
   ASSERT_EQ(templates.size(), 201u);
@@ -45,11 +51,11 @@ TEST(SensorCatalogue, CountsPerTypeAndGroup) {
   std::map<std::uint64_t, int> perMask;
   int averaged = 0;
   for (const auto& sensor : templates) {
-    ++counted[{sensor->type(), sensor->group()}];
+    ++counted[{toNumber(sensor->type()), toNumber(sensor->group())}];
     ++perMask[sensor->platform()];
     if (sensor->average()) ++averaged;
     EXPECT_EQ(sensor->name(), sensor->fullName()) << sensor->key();
-    EXPECT_EQ(sensor->sourceType(), source_type::kSMC) << sensor->key();
+    EXPECT_EQ(sensor->sourceType(), SourceType::kSMC) << sensor->key();
     EXPECT_EQ(sensor->value(), 0.0) << sensor->key();
     EXPECT_EQ(sensor->key().size(), 4u) << sensor->key();
   }
@@ -79,16 +85,16 @@ TEST_P(CatalogueEntry, MatchesTheListAtItsPosition) {
   const auto& sensor = templates[c.index];
   EXPECT_EQ(sensor->key(), c.key);
   EXPECT_EQ(sensor->name(), c.name);
-  EXPECT_EQ(sensor->type(), c.type);
-  EXPECT_EQ(sensor->group(), c.group);
+  EXPECT_EQ(toNumber(sensor->type()), c.type);
+  EXPECT_EQ(toNumber(sensor->group()), c.group);
   EXPECT_EQ(sensor->platform(), c.platform);
   EXPECT_EQ(sensor->average(), c.average);
 }
 
-constexpr auto kT = sensor_type::kTemperature;
-constexpr auto kI = sensor_type::kCurrent;
-constexpr auto kV = sensor_type::kVoltage;
-constexpr auto kP = sensor_type::kPower;
+constexpr auto kT = kTemperature;
+constexpr auto kI = kCurrent;
+constexpr auto kV = kVoltage;
+constexpr auto kP = kPower;
 
 INSTANTIATE_TEST_SUITE_P(
     Sample, CatalogueEntry,
@@ -298,11 +304,11 @@ TEST(SensorCatalogue, HIDEntries) {
     EXPECT_EQ(sensors[i]->key(), expected[i].key);
     EXPECT_EQ(sensors[i]->name(), expected[i].name);
     EXPECT_EQ(sensors[i]->fullName(), expected[i].name);
-    EXPECT_EQ(sensors[i]->group(), expected[i].group);
+    EXPECT_EQ(toNumber(sensors[i]->group()), expected[i].group);
     EXPECT_EQ(sensors[i]->average(), expected[i].average);
-    EXPECT_EQ(sensors[i]->type(), sensor_type::kTemperature);
+    EXPECT_EQ(sensors[i]->type(), SensorType::kTemperature);
     EXPECT_EQ(sensors[i]->platform(), kAllPlatforms);
-    EXPECT_EQ(sensors[i]->sourceType(), source_type::kHID);
+    EXPECT_EQ(sensors[i]->sourceType(), SourceType::kHID);
   }
 }
 

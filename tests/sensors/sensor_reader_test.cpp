@@ -1,6 +1,5 @@
 #include "corvane/sensors/sensor_reader.h"
 
-#include <any>
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -69,12 +68,12 @@ std::string machine(const std::string& brand, const std::vector<Key>& keys, cons
 }
 
 // Records what the reader delivers and on which queue.
-class Receiver : public HWBaseReaderDelegate {
+class Receiver : public HWSensorReader::Delegate {
  public:
-  void readerDidReadWithResult(HWBaseReader&, const std::any& result) override {
+  void readerDidReadWithResult(HWBaseReader<SensorList>&, const SensorList& list) override {
     ++calls;
     onMainQueue = dispatch::mainQueue()->isCurrent();
-    if (const auto* list = std::any_cast<SensorList>(&result)) received = *list;
+    received = list;
   }
   int calls = 0;
   bool onMainQueue = false;
@@ -126,17 +125,17 @@ TEST_F(SensorReaderTest, ListIsNamedComputedAndSortedByGroupWithUnknownLast) {
   EXPECT_EQ(find("TC2C")->name(), "CPU Core 2");
   EXPECT_EQ(find("TC2C")->fullName(), "CPU Core 2");
   EXPECT_TRUE(find("TC2C")->average());
-  EXPECT_EQ(find("TC2C")->group(), sensor_group::kCPU);
+  EXPECT_EQ(find("TC2C")->group(), SensorGroup::kCPU);
   EXPECT_EQ(find("TQQQ"), nullptr);  // invalid at build time
   EXPECT_DOUBLE_EQ(find("AverageCPU")->value(), 55.0);
   EXPECT_DOUBLE_EQ(find("HottestCPU")->value(), 60.0);
-  EXPECT_EQ(find("AverageCPU")->sourceType(), source_type::kComputed);
+  EXPECT_EQ(find("AverageCPU")->sourceType(), SourceType::kComputed);
   EXPECT_EQ(find("AverageGPU"), nullptr);  // no GPU temperature feeds the average on Intel
   const auto fastest = find("FastestFan");
   EXPECT_DOUBLE_EQ(fastest->value(), 1800.0);
   EXPECT_DOUBLE_EQ(fastest->minLimitValue(), 1100.0);
   EXPECT_DOUBLE_EQ(fastest->maxLimitValue(), 5500.0);
-  EXPECT_EQ(fastest->group(), sensor_group::kFans);
+  EXPECT_EQ(fastest->group(), SensorGroup::kFans);
   EXPECT_TRUE(find("TZZZ")->isUnknownSensor());
   // Built once: the same records come back.
   EXPECT_EQ(&reader_->getAllSensors(), &reader_->getAllSensors());
@@ -200,7 +199,7 @@ TEST_F(SensorReaderTest, UnrecognisedChipListsARecordOnceForEveryEntryOfItsKey) 
   EXPECT_EQ(tp09[0], tp09[1]);
   EXPECT_EQ(tp09[0]->name(), "CPU Performance Core 2");
   EXPECT_EQ(find("Tp0P")->name(), "Powerboard Proximity");
-  EXPECT_EQ(find("Tp0P")->group(), sensor_group::kPowerSupply);
+  EXPECT_EQ(find("Tp0P")->group(), SensorGroup::kPowerSupply);
 }
 
 TEST_F(SensorReaderTest, DedicatedGPUNamesTheGPUSensors) {
@@ -222,11 +221,22 @@ TEST_F(SensorReaderTest, ComputedFiguresWithoutContributorsReadMinusOne) {
   reader_->refreshValues();
   EXPECT_DOUBLE_EQ(find("AverageCPU")->value(), -1.0);
   EXPECT_DOUBLE_EQ(find("HottestCPU")->value(), -1.0);
-  EXPECT_DOUBLE_EQ(reader_->getSensorValueByKey("Nonsense", sensor_type::kTemperature, source_type::kComputed, list()),
+  EXPECT_DOUBLE_EQ(reader_->getSensorValueByKey("Nonsense", SensorType::kTemperature, SourceType::kComputed, list()),
                    -1.0);
-  EXPECT_DOUBLE_EQ(reader_->getSensorValueByKey("Nonsense", sensor_type::kVoltage, source_type::kComputed, list()),
+  EXPECT_DOUBLE_EQ(reader_->getSensorValueByKey("Nonsense", SensorType::kVoltage, SourceType::kComputed, list()),
                    0.0);
-  EXPECT_DOUBLE_EQ(reader_->getSensorValueByKey("NONE", sensor_type::kTemperature, source_type::kSMC, list()), 0.0);
+  EXPECT_DOUBLE_EQ(reader_->getSensorValueByKey("NONE", SensorType::kTemperature, SourceType::kSMC, list()), 0.0);
+}
+
+TEST_F(SensorReaderTest, HottestKeepsAFirstContributorReadingMinusOne) {
+  install(machine(kIntel, {}));
+  const auto core = [](double value) {
+    return HWSensor::instanceWithKey({.key = "TC0C", .name = "Core", .value = value, .group = SensorGroup::kCPU,
+                                      .average = true});
+  };
+  EXPECT_DOUBLE_EQ(
+      reader_->getSensorValueByKey("HottestCPU", SensorType::kTemperature, SourceType::kComputed, {core(-1), core(-5)}),
+      -1.0);
 }
 
 TEST_F(SensorReaderTest, AppleSiliconNamesHIDSensorsAndAveragesThem) {
@@ -237,7 +247,7 @@ TEST_F(SensorReaderTest, AppleSiliconNamesHIDSensorsAndAveragesThem) {
   EXPECT_EQ(find("pACC MTR Temp Sensor0")->name(), "CPU Performance Core 1");
   EXPECT_EQ(find("pACC MTR Temp Sensor3")->name(), "CPU Performance Core 2");
   EXPECT_EQ(find("NAND CH0 temp")->name(), "Disk 1s");
-  EXPECT_EQ(find("pACC MTR Temp Sensor0")->sourceType(), source_type::kHID);
+  EXPECT_EQ(find("pACC MTR Temp Sensor0")->sourceType(), SourceType::kHID);
   EXPECT_DOUBLE_EQ(find("AverageCPU")->value(), 50.0);
   EXPECT_EQ(list().back()->key(), "mystery sensor");
 }

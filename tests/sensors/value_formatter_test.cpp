@@ -9,12 +9,15 @@
 namespace corvane {
 namespace {
 
+// The tables give types as the numbers a stored category holds; 9 names no type.
+SensorType typeNumbered(uint64_t number) { return static_cast<SensorType>(number); }
+
 struct FakeSensor final : FormattableSensor {
-  uint64_t type = 0;
+  SensorType type = SensorType::kTemperature;
   double value = 0, min = 0, max = 0;
   int64_t status = 0;
   bool cpuProximity = false;
-  uint64_t categoryType() const override { return type; }
+  SensorType categoryType() const override { return type; }
   double convertedValue() const override { return value; }
   double minValue() const override { return min; }
   double maxValue() const override { return max; }
@@ -44,7 +47,7 @@ class FullStringTest : public FormatterTest, public ::testing::WithParamInterfac
 TEST_P(FullStringTest, NumberAndUnitWithoutABlank) {
   const FullStringCase& c = GetParam();
   use(c.celsius, c.fanValueType);
-  EXPECT_EQ(HWValueConverter::fullStringFromValue(c.value, c.type, c.shortForm), c.expected);
+  EXPECT_EQ(HWValueConverter::fullStringFromValue(c.value, typeNumbered(c.type), c.shortForm), c.expected);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -64,7 +67,7 @@ TEST_F(FormatterTest, TemperatureConversionFollowsTheUnit) {
   use(false, 0);
   EXPECT_DOUBLE_EQ(HWValueConverter::convertedTemp(100.0), 212.0);
   EXPECT_DOUBLE_EQ(HWValueConverter::convertedTemp(-40.0), -40.0);
-  EXPECT_FALSE(HWValueConverter::unitStringFromCategoryType(5, false).has_value());
+  EXPECT_FALSE(HWValueConverter::unitStringFromCategoryType(typeNumbered(5), false).has_value());
 }
 
 TEST_F(FormatterTest, StatusDisplayKnowsFourteenStatuses) {
@@ -96,7 +99,7 @@ TEST_P(ExplanationTest, ThresholdSentences) {
   const ExplanationCase& c = GetParam();
   use(c.celsius, 0);
   FakeSensor sensor;
-  sensor.type = c.type;
+  sensor.type = typeNumbered(c.type);
   sensor.status = c.status;
   sensor.cpuProximity = c.cpuProximity;
   sensor.min = c.min;

@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include "corvane/smc/smc.h"
+#include "corvane/smc/smc_value.h"
 
 namespace {
 
@@ -88,6 +89,17 @@ INSTANTIATE_TEST_SUITE_P(
       const int size = info.param.size >= 0 ? info.param.size : static_cast<int>(info.param.bytes.size());
       return name + "_size" + std::to_string(size) + "_" + std::to_string(info.index);
     });
+
+// The exported decoder folds a failure into -1; inside the library a failure is an empty optional,
+// so a key that really reads -1 stays a reading.
+TEST(SmcCodec, DecodedValueTellsARealMinusOneFromAFailure) {
+  EXPECT_EQ(corvane::smc::decodedValue(makeValue("si8 ", {0xFF})), -1.0f);
+  EXPECT_EQ(corvane::smc::decodedValue(makeValue("sp78", {0xFF, 0x00})), -1.0f);
+  EXPECT_EQ(corvane::smc::decodedValue(makeValue("ui8 ", {})), 0.0f);
+  EXPECT_EQ(corvane::smc::decodedValue(makeValue("flag", {0x01})), std::nullopt);
+  EXPECT_EQ(corvane::smc::decodedValue(makeValue("si8 ", {0x01, 0x02})), std::nullopt);
+  EXPECT_EQ(corvane::smc::decodedValue(makeValue("ui8", {0x05})), std::nullopt);
+}
 
 TEST(SmcCodec, NanIsNotTheSentinel) {
   const float nan = std::numeric_limits<float>::quiet_NaN();

@@ -35,6 +35,7 @@ constexpr const char* kMachine = R"({"name": "Wrapper", "sysctl": {}, "smc": [
   ["VP0R", "sp4b", "6000"],
   ["PSTR", "flt ", "00002041"],
   ["IC0R", "sp87", "0080"],
+  ["VNEG", "si8 ", "ff"],
   ["MSAL", "ui8 ", "01"],
   ["THID", "sp78", "3000", {"hidden": true}]
 ]})";
@@ -84,8 +85,8 @@ TEST_F(SMCWrapperTest, FansAreCountedNamedAndRead) {
   EXPECT_DOUBLE_EQ(wrapper_->safeMaximumSpeedOfFan(1), 5000.0);
   EXPECT_DOUBLE_EQ(wrapper_->speedOfFan(10), 2500.0);  // "FAAc"
   EXPECT_DOUBLE_EQ(wrapper_->speedOfFan(20), 0.0);     // beyond the addressable fans
-  EXPECT_DOUBLE_EQ(*wrapper_->getSensorValueByKey("1", sensor_type::kFan), 1800.0);
-  EXPECT_DOUBLE_EQ(*wrapper_->getSensorValueByKey("10", sensor_type::kFan), 2500.0);
+  EXPECT_DOUBLE_EQ(*wrapper_->getSensorValueByKey("1", SensorType::kFan), 1800.0);
+  EXPECT_DOUBLE_EQ(*wrapper_->getSensorValueByKey("10", SensorType::kFan), 2500.0);
 }
 
 struct FailureCase {
@@ -120,9 +121,11 @@ TEST_F(SMCWrapperTest, NoDelegateMeansFailuresAreSilent) {
   EXPECT_TRUE(recorder_->errors.empty());
 }
 
-TEST_F(SMCWrapperTest, KeysAreEnumeratedOnceKeepingNaNAndDroppingUnknownTypes) {
-  const std::vector<std::string> expected = {"TC0P", "TNAN", "VP0R", "PSTR", "IC0R"};
+TEST_F(SMCWrapperTest, KeysAreEnumeratedOnceKeepingNaNAndMinusOneAndDroppingUnknownTypes) {
+  const std::vector<std::string> expected = {"TC0P", "TNAN", "VP0R", "PSTR", "IC0R", "VNEG"};
   EXPECT_EQ(wrapper_->getAllSensorKeys(), expected);
+  EXPECT_EQ(wrapper_->rawValueByKey("VNEG"), -1.0);
+  EXPECT_TRUE(recorder_->errors.empty());
   EXPECT_EQ(wrapper_->cachedAllSensorKeys(), expected);
   driver().resetCounts();
   EXPECT_EQ(wrapper_->getAllSensorKeys(), expected);
@@ -142,7 +145,7 @@ TEST_F(SMCWrapperTest, UnreadableKeyCountGivesNoKeysAndIsTriedAgain) {
 
 TEST_F(SMCWrapperTest, AllSensorsListsFansFirstThenKeysWithTheirTypes) {
   const auto sensors = wrapper_->getAllSensors();
-  ASSERT_EQ(sensors.size(), 7u);
+  ASSERT_EQ(sensors.size(), 8u);
   struct Expected {
     const char* key;
     const char* name;
@@ -153,24 +156,26 @@ TEST_F(SMCWrapperTest, AllSensorsListsFansFirstThenKeysWithTheirTypes) {
   const Expected expected[] = {{"0", "Fan 1", 1, 11, 1000, 5000}, {"1", "Left", 1, 11, 1000, 5000},
                                {"TC0P", "TC0P", 0, 0, 0, 110},    {"TNAN", "TNAN", 0, 0, 0, 110},
                                {"VP0R", "VP0R", 2, 0, 0, 0},      {"PSTR", "PSTR", 4, 0, 0, 0},
-                               {"IC0R", "IC0R", 3, 0, 0, 0}};
+                               {"IC0R", "IC0R", 3, 0, 0, 0},      {"VNEG", "VNEG", 2, 0, 0, 0}};
   for (std::size_t i = 0; i < sensors.size(); ++i) {
     SCOPED_TRACE(expected[i].key);
     EXPECT_EQ(sensors[i]->key(), expected[i].key);
     EXPECT_EQ(sensors[i]->name(), expected[i].name);
     EXPECT_EQ(sensors[i]->fullName(), expected[i].name);
-    EXPECT_EQ(sensors[i]->type(), expected[i].type);
-    EXPECT_EQ(sensors[i]->group(), expected[i].group);
+    EXPECT_EQ(toNumber(sensors[i]->type()), expected[i].type);
+    EXPECT_EQ(toNumber(sensors[i]->group()), expected[i].group);
     EXPECT_EQ(sensors[i]->minLimitValue(), expected[i].min);
     EXPECT_EQ(sensors[i]->maxLimitValue(), expected[i].max);
     EXPECT_EQ(sensors[i]->platform(), 511u);
-    EXPECT_EQ(sensors[i]->sourceType(), source_type::kSMC);
+    EXPECT_EQ(sensors[i]->sourceType(), SourceType::kSMC);
     EXPECT_FALSE(sensors[i]->average());
   }
   EXPECT_DOUBLE_EQ(sensors[1]->value(), 1800.0);
   EXPECT_DOUBLE_EQ(sensors[2]->value(), 47.5);
   EXPECT_TRUE(std::isnan(sensors[3]->value()));
   EXPECT_DOUBLE_EQ(sensors[5]->value(), 10.0);
+  EXPECT_DOUBLE_EQ(sensors[7]->value(), -1.0);  // a real -1, not a failed conversion
+  EXPECT_TRUE(recorder_->errors.empty());
   // Records are made afresh on every call.
   EXPECT_NE(wrapper_->getAllSensors()[0], sensors[0]);
 }

@@ -1,6 +1,5 @@
 // `corvane sensors` (and `corvane` alone): every sensor of the machine, named and read once.
 #include <algorithm>
-#include <any>
 #include <cmath>
 #include <cstdio>
 #include <memory>
@@ -27,10 +26,10 @@ struct SensorOptions {
 using SensorList = HWSensorReader::SensorList;
 
 // Keeps the list the reader delivers.
-class ListReceiver : public HWBaseReaderDelegate {
+class ListReceiver : public HWSensorReader::Delegate {
  public:
-  void readerDidReadWithResult(HWBaseReader&, const std::any& result) override {
-    if (const auto* list = std::any_cast<SensorList>(&result)) sensors = *list;
+  void readerDidReadWithResult(HWBaseReader<SensorList>&, const SensorList& list) override {
+    sensors = list;
     delivered = true;
   }
   bool delivered = false;
@@ -42,10 +41,10 @@ class ListReceiver : public HWBaseReaderDelegate {
 class ListedSensor final : public FormattableSensor {
  public:
   explicit ListedSensor(const HWSensor& sensor) : sensor_(sensor) {}
-  uint64_t categoryType() const override { return sensor_.type(); }
+  SensorType categoryType() const override { return sensor_.type(); }
   double convertedValue() const override {
-    if (sensor_.type() == sensor_type::kTemperature) return HWValueConverter::convertedTemp(sensor_.value());
-    if (sensor_.type() == sensor_type::kFan && currentUnitPreferences().fanValueType == 1) {
+    if (sensor_.type() == SensorType::kTemperature) return HWValueConverter::convertedTemp(sensor_.value());
+    if (sensor_.type() == SensorType::kFan && currentUnitPreferences().fanValueType == 1) {
       const double span = sensor_.maxLimitValue() - sensor_.minLimitValue();
       if (span <= 0) return 0;
       return std::clamp((sensor_.value() - sensor_.minLimitValue()) / span, 0.0, 1.0);
@@ -77,10 +76,10 @@ nlohmann::ordered_json toJson(const HWSensor& sensor) {
           {"value", number(sensor.value())},
           {"minLimitValue", number(sensor.minLimitValue())},
           {"maxLimitValue", number(sensor.maxLimitValue())},
-          {"type", sensor.type()},
-          {"group", sensor.group()},
+          {"type", toNumber(sensor.type())},
+          {"group", toNumber(sensor.group())},
           {"platform", sensor.platform()},
-          {"sourceType", sensor.sourceType()},
+          {"sourceType", toNumber(sensor.sourceType())},
           {"average", sensor.average()}};
 }
 
@@ -92,7 +91,8 @@ void printText(const SensorList& sensors) {
     keyWidth = std::max(keyWidth, sensor->key().size());
   }
   bool first = true;
-  for (std::uint64_t type = sensor_type::kTemperature; type <= sensor_type::kPower; ++type) {
+  for (const SensorType type : {SensorType::kTemperature, SensorType::kFan, SensorType::kVoltage,
+                                SensorType::kCurrent, SensorType::kPower}) {
     bool header = false;
     for (const auto& sensor : sensors) {
       if (sensor->type() != type) continue;

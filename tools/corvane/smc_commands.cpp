@@ -4,11 +4,13 @@
 #include <cstring>
 #include <string>
 
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 #include "commands.h"
 #include "corvane/platform/text.h"
 #include "corvane/smc/smc.h"
+#include "corvane/smc/smc_value.h"
 
 namespace corvane::cli {
 namespace {
@@ -33,12 +35,7 @@ bool isTextType(const SMCValue& value) { return std::string_view(value.dataType,
 // The value as a person reads it: the number the codec gives, text for character keys, or
 // nothing when the codec does not know the type.
 std::string displayValue(const SMCValue& value) {
-  const float number = SMCConvertValueToNumber(value);
-  if (number != -1.0f) {
-    char text[32];
-    std::snprintf(text, sizeof text, "%g", static_cast<double>(number));
-    return text;
-  }
+  if (const auto number = smc::decodedValue(value)) return fmt::format("{:g}", static_cast<double>(*number));
   if (isTextType(value)) {
     const auto length = value.dataSize < sizeof value.bytes ? value.dataSize : sizeof value.bytes;
     return "\"" + printable(reinterpret_cast<const char*>(value.bytes), length) + "\"";
@@ -51,8 +48,8 @@ nlohmann::json jsonValue(const SMCValue& value) {
                         {"type", std::string(value.dataType, 4)},
                         {"size", value.dataSize},
                         {"bytes", hexBytes(value)}};
-  const float number = SMCConvertValueToNumber(value);
-  row["value"] = number != -1.0f ? nlohmann::json(number) : nlohmann::json(nullptr);
+  const auto number = smc::decodedValue(value);
+  row["value"] = number ? nlohmann::json(*number) : nlohmann::json(nullptr);
   if (isTextType(value)) {
     const auto length = value.dataSize < sizeof value.bytes ? value.dataSize : sizeof value.bytes;
     row["text"] = printable(reinterpret_cast<const char*>(value.bytes), length);
@@ -84,7 +81,10 @@ int listKeys(Context& context, bool json) {
     SMCClose();
     return kExitFailure;
   }
-  const auto total = static_cast<uint32_t>(SMCConvertValueToNumber(count));
+  // A count the codec cannot read (or one out of range) lists nothing rather than guessing.
+  const auto keyCount = smc::decodedValue(count);
+  const auto total =
+      keyCount && *keyCount >= 1.0f && *keyCount < 4294967296.0f ? static_cast<uint32_t>(*keyCount) : 0u;
   nlohmann::json rows = nlohmann::json::array();
   if (!json) std::printf("%-4s  %-4s  %4s  %-20s  %s\n", "KEY", "TYPE", "SIZE", "BYTES", "VALUE");
   uint32_t unreadable = 0;

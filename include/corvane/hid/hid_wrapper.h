@@ -32,18 +32,18 @@ class HIDWrapper {
   HIDWrapper(const HIDWrapper&) = delete;
   HIDWrapper& operator=(const HIDWrapper&) = delete;
 
-  // The dictionary of sensor type 0 (temperatures) or 2 (voltages); nullopt for any other type
-  // and when the event system lists no services of the class.
-  std::optional<std::map<std::string, double>> getSensorsDictByType(std::uint64_t type) const;
+  // The dictionary of temperatures or voltages; nullopt for any other type and when the event
+  // system lists no services of the class.
+  std::optional<std::map<std::string, double>> getSensorsDictByType(SensorType type) const;
 
   // One record per temperature sensor and then per voltage sensor, in dictionary order: key,
   // name and full name the product name, limits 0 … 110 for temperatures (0 … 0 otherwise),
-  // group 0, every platform, source HID.
+  // group unknown, every platform, source HID.
   std::vector<std::shared_ptr<HWSensor>> getAllSensors() const;
 
   // The current value of the sensor named `name` of sensor type `type`; nullopt when it is not
   // there (any more) or the type has no HID class.
-  std::optional<double> getSensorValueByKey(std::string_view name, std::uint64_t type);
+  std::optional<double> getSensorValueByKey(std::string_view name, SensorType type);
 
   // Starts a read pass: from now until endPass each class is scanned at most once. Calling it
   // again starts a new pass (values are read afresh).

@@ -8,71 +8,93 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
 namespace corvane {
 
-// Sensor types; the type is also the category a sensor is filed under.
-namespace sensor_type {
-inline constexpr std::uint64_t kTemperature = 0;  // degrees Celsius
-inline constexpr std::uint64_t kFan = 1;          // revolutions per minute
-inline constexpr std::uint64_t kVoltage = 2;      // volts
-inline constexpr std::uint64_t kCurrent = 3;      // amperes
-inline constexpr std::uint64_t kPower = 4;        // watts
-}  // namespace sensor_type
+// Sensor types; the type is also the category a sensor is filed under. The numbers are fixed:
+// JSON output, settings and the store hold them.
+enum class SensorType : std::uint64_t {
+  kTemperature = 0,  // degrees Celsius
+  kFan = 1,          // revolutions per minute
+  kVoltage = 2,      // volts
+  kCurrent = 3,      // amperes
+  kPower = 4,        // watts
+};
 
-// Where a sensor's value comes from.
-namespace source_type {
-inline constexpr std::uint64_t kSMC = 0;       // an SMC key read through the SMC wrapper
-inline constexpr std::uint64_t kHID = 1;       // an HID temperature service (Apple silicon)
-inline constexpr std::uint64_t kComputed = 2;  // derived from other sensors by the reader
-}  // namespace source_type
+// Where a sensor's value comes from; numbers fixed as for SensorType.
+enum class SourceType : std::uint64_t {
+  kSMC = 0,       // an SMC key read through the SMC wrapper
+  kHID = 1,       // an HID temperature service (Apple silicon)
+  kComputed = 2,  // derived from other sensors by the reader
+};
 
-// Display groups; sensors sort by group ascending, with kUnknown last.
-namespace sensor_group {
-inline constexpr std::uint64_t kUnknown = 0;      // keys the catalogue does not name
-inline constexpr std::uint64_t kCPU = 1;          // die, cores, package, proximity, CPU rails
-inline constexpr std::uint64_t kGPU = 2;
-inline constexpr std::uint64_t kMemory = 3;
-inline constexpr std::uint64_t kMainboard = 4;    // mainboard and chipset
-inline constexpr std::uint64_t kAirflow = 5;      // airflow and wireless
-inline constexpr std::uint64_t kSSD = 6;          // solid-state drives
-inline constexpr std::uint64_t kDriveBay = 7;     // drive bays and optical drive
-inline constexpr std::uint64_t kBattery = 8;
-inline constexpr std::uint64_t kPowerSupply = 9;  // power supply and power board
-inline constexpr std::uint64_t kDisplay = 10;
-inline constexpr std::uint64_t kFans = 11;
-}  // namespace sensor_group
+// Display groups; sensors sort by group ascending, with kUnknown last. Numbers fixed as above.
+enum class SensorGroup : std::uint64_t {
+  kUnknown = 0,      // keys the catalogue does not name
+  kCPU = 1,          // die, cores, package, proximity, CPU rails
+  kGPU = 2,
+  kMemory = 3,
+  kMainboard = 4,    // mainboard and chipset
+  kAirflow = 5,      // airflow and wireless
+  kSSD = 6,          // solid-state drives
+  kDriveBay = 7,     // drive bays and optical drive
+  kBattery = 8,
+  kPowerSupply = 9,  // power supply and power board
+  kDisplay = 10,
+  kFans = 11,
+};
+
+// The fixed number of a type, source or group, as JSON, settings and the store write it.
+constexpr std::uint64_t toNumber(SensorType type) { return static_cast<std::uint64_t>(type); }
+constexpr std::uint64_t toNumber(SourceType source) { return static_cast<std::uint64_t>(source); }
+constexpr std::uint64_t toNumber(SensorGroup group) { return static_cast<std::uint64_t>(group); }
+
+// The value a stored number stands for; nullopt for a number that names none (read from a file,
+// a setting or the store, so never trusted).
+constexpr std::optional<SensorType> sensorTypeFromNumber(std::uint64_t number) {
+  if (number > toNumber(SensorType::kPower)) return std::nullopt;
+  return static_cast<SensorType>(number);
+}
+constexpr std::optional<SourceType> sourceTypeFromNumber(std::uint64_t number) {
+  if (number > toNumber(SourceType::kComputed)) return std::nullopt;
+  return static_cast<SourceType>(number);
+}
+constexpr std::optional<SensorGroup> sensorGroupFromNumber(std::uint64_t number) {
+  if (number > toNumber(SensorGroup::kFans)) return std::nullopt;
+  return static_cast<SensorGroup>(number);
+}
 
 // The platform mask that matches every machine (all nine platform bits).
 inline constexpr std::uint64_t kAllPlatforms = 511;
 
 // The English name of a sensor type ("Temperature", "Fan", "Voltage", "Current", "Power"), which
-// is also its category name; an empty view for any other value.
-std::string_view sensorTypeName(std::uint64_t type);
+// is also its category name; an empty view for a value outside the enumeration.
+std::string_view sensorTypeName(SensorType type);
 
 class HWSensor {
  public:
-  // A record with every field given.
-  static std::shared_ptr<HWSensor> instanceWithKey(std::string key, std::string name,
-                                                   std::string fullName, double value,
-                                                   double minLimitValue, double maxLimitValue,
-                                                   std::uint64_t type, std::uint64_t group,
-                                                   std::uint64_t platform,
-                                                   std::uint64_t sourceType, bool average);
-  // An SMC template: fullName = name, value and limits 0, source SMC, not averaged.
-  static std::shared_ptr<HWSensor> instanceWithKey(std::string key, std::string name,
-                                                   std::uint64_t type, std::uint64_t group,
-                                                   std::uint64_t platform);
-  // An SMC template as above, with `average` given.
-  static std::shared_ptr<HWSensor> instanceWithKey(std::string key, std::string name,
-                                                   std::uint64_t type, std::uint64_t group,
-                                                   std::uint64_t platform, bool average);
-  // An HID template: fullName = name, value and limits 0, source HID.
-  static std::shared_ptr<HWSensor> hidSensorWithKey(std::string key, std::string name,
-                                                    std::uint64_t type, std::uint64_t group,
-                                                    std::uint64_t platform, bool average);
+  // Everything a record is made from. Name the fields that differ from the defaults:
+  //   HWSensor::instanceWithKey({.key = "TC0P", .name = "CPU Proximity", .group = SensorGroup::kCPU})
+  // (Every field has an initializer, so g++ does not flag the ones left out.)
+  struct Fields {
+    std::string key{};                      // SMC key or HID product name
+    std::string name{};                     // short display name
+    std::optional<std::string> fullName{};  // long display name; absent: the same as `name`
+    double value = 0;
+    double minLimitValue = 0;
+    double maxLimitValue = 0;
+    SensorType type = SensorType::kTemperature;
+    SensorGroup group = SensorGroup::kUnknown;
+    std::uint64_t platform = kAllPlatforms;  // bit mask of platforms the meaning applies to
+    SourceType sourceType = SourceType::kSMC;
+    bool average = false;  // feeds the computed CPU/GPU averages and maxima
+  };
+
+  // A new record made of `fields`.
+  static std::shared_ptr<HWSensor> instanceWithKey(Fields fields);
 
   HWSensor(const HWSensor&) = delete;
   HWSensor& operator=(const HWSensor&) = delete;
@@ -95,26 +117,25 @@ class HWSensor {
   // Upper plausibility limit (for fans, the safe maximum speed).
   double maxLimitValue() const { return maxLimitValue_; }
   void setMaxLimitValue(double v) { maxLimitValue_ = v; }
-  // A sensor_type value.
-  std::uint64_t type() const { return type_; }
-  void setType(std::uint64_t v) { type_ = v; }
-  // A sensor_group value; 0 when no catalogue entry names the key.
-  std::uint64_t group() const { return group_; }
-  void setGroup(std::uint64_t v) { group_ = v; }
+  SensorType type() const { return type_; }
+  void setType(SensorType v) { type_ = v; }
+  // SensorGroup::kUnknown when no catalogue entry names the key.
+  SensorGroup group() const { return group_; }
+  void setGroup(SensorGroup v) { group_ = v; }
   // Bit mask of the platforms this meaning applies to; kAllPlatforms for every one.
   std::uint64_t platform() const { return platform_; }
   void setPlatform(std::uint64_t v) { platform_ = v; }
-  // A source_type value.
-  std::uint64_t sourceType() const { return sourceType_; }
-  void setSourceType(std::uint64_t v) { sourceType_ = v; }
+  SourceType sourceType() const { return sourceType_; }
+  void setSourceType(SourceType v) { sourceType_ = v; }
   // Whether the value feeds the computed CPU/GPU averages and maxima.
   bool average() const { return average_; }
   void setAverage(bool v) { average_ = v; }
 
-  // Whether `value` is plausible for the type. A NaN passes the temperature test and fails the
-  // current and power tests; the comparisons are shaped for exactly that.
+  // Whether `value` is plausible for the type (never for a type outside the enumeration). A NaN
+  // passes the temperature test and fails the current and power tests; the comparisons are
+  // shaped for exactly that.
   bool isValidValue() const;
-  // True for a raw record no catalogue entry has named: key == name == fullName and group 0.
+  // True for a raw record no catalogue entry has named: key == name == fullName and group unknown.
   bool isUnknownSensor() const;
 
  private:
@@ -126,10 +147,10 @@ class HWSensor {
   double value_ = 0;
   double minLimitValue_ = 0;
   double maxLimitValue_ = 0;
-  std::uint64_t type_ = 0;
-  std::uint64_t group_ = 0;
+  SensorType type_ = SensorType::kTemperature;
+  SensorGroup group_ = SensorGroup::kUnknown;
   std::uint64_t platform_ = 0;
-  std::uint64_t sourceType_ = 0;
+  SourceType sourceType_ = SourceType::kSMC;
   bool average_ = false;
 };
 

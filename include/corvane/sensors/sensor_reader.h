@@ -20,12 +20,12 @@ namespace corvane {
 // The list is built on first use and kept: later passes mutate the same records in place, so
 // the delegate receives the same objects each time. read() runs on the caller's queue and does
 // all hardware I/O there; only the delivery moves to the main queue. The result handed to the
-// delegate is a std::vector<std::shared_ptr<HWSensor>> (the whole list). No lock guards the
-// records: use one reader from one queue at a time.
-class HWSensorReader : public HWBaseReader, public SMCWrapperDelegate,
+// delegate (an HWSensorReader::Delegate) is the whole list. No lock guards the records: use one
+// reader from one queue at a time.
+class HWSensorReader : public HWBaseReader<std::vector<std::shared_ptr<HWSensor>>>, public SMCWrapperDelegate,
                        public std::enable_shared_from_this<HWSensorReader> {
  public:
-  using SensorList = std::vector<std::shared_ptr<HWSensor>>;
+  using SensorList = ResultType;
 
   // A reader with its own SMC wrapper (whose failures it ignores) and, on a machine with HID
   // sensor services (Apple silicon), its own HID wrapper.
@@ -70,10 +70,10 @@ class HWSensorReader : public HWBaseReader, public SMCWrapperDelegate,
   // and (with two fans or more) "FastestFan", each only when its value is above 0.
   SensorList buildComputedSensorsInSensors(const SensorList& sensors);
 
-  // The current value of one sensor in its base unit: from the SMC (source 0) or HID (source 1)
-  // with 0 for a failed read, or computed (source 2) from `sensors`; −1.0 for a CPU or GPU
-  // figure without contributors.
-  double getSensorValueByKey(std::string_view key, std::uint64_t type, std::uint64_t sourceType,
+  // The current value of one sensor in its base unit: from the SMC or HID with 0 for a failed
+  // read, or computed from `sensors`; −1.0 for a CPU or GPU figure without contributors, and 0
+  // for a source outside the enumeration.
+  double getSensorValueByKey(std::string_view key, SensorType type, SourceType sourceType,
                              const SensorList& sensors);
 
   // Read failures of the SMC wrapper are not the reader's concern: the value becomes 0.

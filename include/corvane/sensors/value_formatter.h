@@ -7,6 +7,8 @@
 #include <optional>
 #include <string>
 
+#include "corvane/sensors/hw_sensor.h"
+
 namespace corvane {
 
 // The two display choices the formatting follows.
@@ -20,25 +22,25 @@ struct UnitPreferences {
 void setUnitPreferencesProvider(std::function<UnitPreferences()> provider);
 UnitPreferences currentUnitPreferences();
 
-// Conversions and number formats by sensor type (0 temperature, 1 fan, 2 voltage, 3 current,
-// 4 power). Stateless; reads the unit preferences on every call.
+// Conversions and number formats by sensor type. Stateless; reads the unit preferences on every
+// call. A type outside the enumeration formats as a plain number with two decimals and no unit.
 class HWValueConverter {
  public:
   // Celsius to the user's unit.
   static double convertedTemp(double celsius);
   // The number alone: whole degrees, whole rpm (or percent × 100 truncated), else 2 decimals.
-  static std::string stringFromValue(double value, uint64_t categoryType);
+  static std::string stringFromValue(double value, SensorType categoryType);
   // "°F"/"°", "rpm"/"%", "V", "A", "W"; nothing for an unknown type.
-  static std::optional<std::string> unitStringFromCategoryType(uint64_t categoryType, bool shortForm);
+  static std::optional<std::string> unitStringFromCategoryType(SensorType categoryType, bool shortForm);
   // Number and unit with no blank ("62°", "1800rpm", "12.25V"); "-" for a negative value.
-  static std::string fullStringFromValue(double value, uint64_t categoryType, bool shortForm);
+  static std::string fullStringFromValue(double value, SensorType categoryType, bool shortForm);
 };
 
 // What the formatter needs of a stored sensor; the stored sensor entity implements it.
 class FormattableSensor {
  public:
   virtual ~FormattableSensor() = default;
-  virtual uint64_t categoryType() const = 0;   // the sensor type of its category
+  virtual SensorType categoryType() const = 0;  // the sensor type of its category
   virtual double convertedValue() const = 0;   // the value in the user's unit
   virtual double minValue() const = 0;         // lower limit (fans: safe minimum speed)
   virtual double maxValue() const = 0;         // upper limit (fans: safe maximum speed)

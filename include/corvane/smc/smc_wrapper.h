@@ -64,17 +64,18 @@ class SMCWrapper {
   // The fan's own name ("F<i>ID"), or "Fan <index + 1>" when it has none.
   std::string descriptionOfFan(std::uint64_t index);
 
-  // The value of a sensor: for fans (type 1) `key` is the fan index in decimal and the result
-  // is its speed; for every other type the decoded value of the key (nullopt on failure).
-  std::optional<double> getSensorValueByKey(std::string_view key, std::uint64_t type);
+  // The value of a sensor: for fans `key` is the fan index in decimal and the result is its
+  // speed; for every other type the decoded value of the key (nullopt on failure).
+  std::optional<double> getSensorValueByKey(std::string_view key, SensorType type);
 
   // The temperature, voltage, power and current keys ("T", "V", "P", "I") of the SMC's key
-  // table in index order, leaving out keys that cannot be read or decoded. Found once and kept;
+  // table in index order, leaving out keys that cannot be read or decoded (a key reading -1
+  // decodes, and stays). Found once and kept;
   // an SMC that yields none is enumerated again on the next call.
   const std::vector<std::string>& getAllSensorKeys();
 
-  // Raw records, made afresh on each call: the fans first (named, group 11, with their limits),
-  // then every readable key of getAllSensorKeys named by itself (group 0, limits 0 … 110 for
+  // Raw records, made afresh on each call: the fans first (named, group fans, with their limits),
+  // then every readable key of getAllSensorKeys named by itself (group unknown, limits 0 … 110 for
   // temperatures and 0 … 0 otherwise); all for every platform, source SMC.
   std::vector<std::shared_ptr<HWSensor>> getAllSensors();
 
@@ -85,7 +86,7 @@ class SMCWrapper {
   bool setExternalValue(const std::string& value, const std::string& key);
 
  private:
-  std::optional<double> fanValue(const char* format, std::uint64_t index);
+  std::optional<double> fanValue(std::string_view suffix, std::uint64_t index);
 
   std::weak_ptr<SMCWrapperDelegate> delegate_;
   std::vector<std::string> cachedAllSensorKeys_;

@@ -2,11 +2,12 @@
 
 #include <algorithm>
 #include <charconv>
-#include <cstdio>
 #include <fstream>
 #include <iterator>
 #include <system_error>
 #include <utility>
+
+#include <fmt/format.h>
 
 #include "platform/io_registry_backends.h"
 #include "corvane/platform/text.h"
@@ -32,11 +33,7 @@ std::optional<std::pair<uint16_t, std::string_view>> idLine(std::string_view lin
   return std::make_pair(id, trimmed(line.substr(4)));
 }
 
-std::string hexId(uint16_t id) {
-  char buffer[8];
-  std::snprintf(buffer, sizeof buffer, "0x%04x", static_cast<unsigned>(id));
-  return buffer;
-}
+std::string hexId(uint16_t id) { return fmt::format("{:#06x}", id); }
 
 std::optional<std::string> readFile(const std::filesystem::path& path) {
   std::ifstream in(path, std::ios::binary);

@@ -1,8 +1,9 @@
 #include "platform/sim/sim_platform.h"
 
-#include <cstdio>
 #include <functional>
 #include <string>
+
+#include <fmt/format.h>
 
 #include "platform/native_files.h"
 #include "platform/posix/file_lock.h"
@@ -55,9 +56,7 @@ std::filesystem::path stateFile(const FileLocations& files, const MachineProfile
   std::string name = safeFileName(profile.name);
   if (!source.empty() && source != profile.name) {
     // Two profile files may carry the same name; their states must not mix.
-    char suffix[20];
-    std::snprintf(suffix, sizeof suffix, "-%08zx", std::hash<std::string>{}(source) & 0xFFFFFFFFu);
-    name += suffix;
+    name += fmt::format("-{:08x}", std::hash<std::string>{}(source) & 0xFFFFFFFFu);
   }
   return stateFolder(files) / (name + ".json");
 }
