@@ -119,7 +119,8 @@ kern_return_t SMCGetKeyInfo(uint32_t key, SMCKeyDataKeyInfo* info) {
 kern_return_t SMCReadKey(const char* key, SMCValue* value) {
   std::memset(value, 0, sizeof *value);
   const uint32_t packed = SMCConvertStringToNumber(key, 4, 16);
-  std::snprintf(value->key, sizeof value->key, "%.4s", key);
+  // At most four characters, stopping at a shorter key's NUL; the record was zeroed above.
+  std::memcpy(value->key, key, strnlen(key, sizeof value->key - 1));
 
   SMCKeyDataKeyInfo info;
   kern_return_t result = SMCGetKeyInfo(packed, &info);

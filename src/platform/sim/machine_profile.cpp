@@ -5,11 +5,12 @@
 #include "corvane/platform/text.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <exception>
 #include <limits>
 #include <unordered_map>
 #include <utility>
+
+#include <fmt/format.h>
 
 namespace corvane::platform {
 namespace {
@@ -40,9 +41,7 @@ bool allHex(std::string_view text) {
 }
 
 std::string hexText(uint32_t value, int digits, bool upper) {
-  char buffer[16];
-  std::snprintf(buffer, sizeof buffer, upper ? "%0*X" : "%0*x", digits, value);
-  return buffer;
+  return upper ? fmt::format("{:0{}X}", value, digits) : fmt::format("{:0{}x}", value, digits);
 }
 
 // A built-in profile says so itself; anything else is a file (or a caller's label) to quote.
