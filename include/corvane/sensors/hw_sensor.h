@@ -117,14 +117,16 @@ class HWSensor {
   // Upper plausibility limit (for fans, the safe maximum speed).
   double maxLimitValue() const { return maxLimitValue_; }
   void setMaxLimitValue(double v) { maxLimitValue_ = v; }
+  // What the value measures, and so its unit and category.
   SensorType type() const { return type_; }
   void setType(SensorType v) { type_ = v; }
-  // SensorGroup::kUnknown when no catalogue entry names the key.
+  // The display group; SensorGroup::kUnknown when no catalogue entry names the key.
   SensorGroup group() const { return group_; }
   void setGroup(SensorGroup v) { group_ = v; }
   // Bit mask of the platforms this meaning applies to; kAllPlatforms for every one.
   std::uint64_t platform() const { return platform_; }
   void setPlatform(std::uint64_t v) { platform_ = v; }
+  // Where the value is read from.
   SourceType sourceType() const { return sourceType_; }
   void setSourceType(SourceType v) { sourceType_ = v; }
   // Whether the value feeds the computed CPU/GPU averages and maxima.
