@@ -42,7 +42,9 @@ void applyEntry(HWSensor& sensor, const HWSensor& entry, std::string name, std::
 struct Contributors {
   double sum = 0;
   std::uint64_t count = 0;
-  std::optional<double> hottest;  // empty until a first contributor, whatever it reads
+  // Starts at the no-contributor value and is replaced while it still holds it, so a first
+  // contributor reading -1 does not stick: later, colder contributors replace it.
+  double hottest = -1.0;
 };
 
 // The averaged temperatures of one group (CPU or GPU) as they stand in `sensors`.
@@ -53,7 +55,7 @@ Contributors contributors(const HWSensorReader::SensorList& sensors, SensorGroup
     const double value = sensor->value();
     found.sum += value;
     ++found.count;
-    if (!found.hottest || value > *found.hottest) found.hottest = value;
+    if (found.hottest == -1.0 || value > found.hottest) found.hottest = value;
   }
   return found;
 }
@@ -215,7 +217,7 @@ double HWSensorReader::getSensorValueByKey(std::string_view key, SensorType type
     const bool gpu = key == kAverageGPU || key == kHottestGPU;
     if (!cpu && !gpu) return kNoContributor;
     const Contributors found = contributors(sensors, cpu ? SensorGroup::kCPU : SensorGroup::kGPU);
-    if (key == kHottestCPU || key == kHottestGPU) return found.hottest.value_or(kNoContributor);
+    if (key == kHottestCPU || key == kHottestGPU) return found.hottest;
     return found.count >= 1 ? found.sum / static_cast<double>(found.count) : kNoContributor;
   }
   if (type == SensorType::kFan && key == kFastestFan) {

@@ -71,7 +71,9 @@ std::optional<double> SMCWrapper::rawValueByKey(std::string_view key) {
     return std::nullopt;
   }
   const auto number = smc::decodedValue(value);
-  if (!number) {
+  // Callers of the wrapper take -1 to mean "cannot convert", so a key that really reads -1 is
+  // reported as a failed conversion here, as it always has been; only raw listings show it.
+  if (!number || *number == -1.0f) {
     handleFailedWithErrMsg(convertFailed(key, value));
     return std::nullopt;
   }
@@ -139,8 +141,10 @@ const std::vector<std::string>& SMCWrapper::getAllSensorKeys() {
   for (std::uint64_t index = 0; index < count; ++index) {
     SMCValue value;
     if (SMCReadKeyByIndex(static_cast<uint32_t>(index), &value) != 0) continue;
-    // Only a value the codec cannot convert is left out; -1 and NaN are readings and stay.
-    if (!smc::decodedValue(value)) continue;
+    // A key that reads -1 cannot be told from one that does not convert, so both are left out;
+    // a NaN is a reading and stays.
+    const auto number = smc::decodedValue(value);
+    if (!number || *number == -1.0f) continue;
     switch (value.key[0]) {
       case 'T':
       case 'V':

@@ -228,7 +228,7 @@ TEST_F(SensorReaderTest, ComputedFiguresWithoutContributorsReadMinusOne) {
   EXPECT_DOUBLE_EQ(reader_->getSensorValueByKey("NONE", SensorType::kTemperature, SourceType::kSMC, list()), 0.0);
 }
 
-TEST_F(SensorReaderTest, HottestKeepsAFirstContributorReadingMinusOne) {
+TEST_F(SensorReaderTest, HottestReplacesAFirstContributorReadingMinusOne) {
   install(machine(kIntel, {}));
   const auto core = [](double value) {
     return HWSensor::instanceWithKey({.key = "TC0C", .name = "Core", .value = value, .group = SensorGroup::kCPU,
@@ -236,7 +236,7 @@ TEST_F(SensorReaderTest, HottestKeepsAFirstContributorReadingMinusOne) {
   };
   EXPECT_DOUBLE_EQ(
       reader_->getSensorValueByKey("HottestCPU", SensorType::kTemperature, SourceType::kComputed, {core(-1), core(-5)}),
-      -1.0);
+      -5.0);
 }
 
 TEST_F(SensorReaderTest, AppleSiliconNamesHIDSensorsAndAveragesThem) {

@@ -121,11 +121,13 @@ TEST_F(SMCWrapperTest, NoDelegateMeansFailuresAreSilent) {
   EXPECT_TRUE(recorder_->errors.empty());
 }
 
-TEST_F(SMCWrapperTest, KeysAreEnumeratedOnceKeepingNaNAndMinusOneAndDroppingUnknownTypes) {
-  const std::vector<std::string> expected = {"TC0P", "TNAN", "VP0R", "PSTR", "IC0R", "VNEG"};
+TEST_F(SMCWrapperTest, KeysAreEnumeratedOnceKeepingNaNAndDroppingMinusOneAndUnknownTypes) {
+  const std::vector<std::string> expected = {"TC0P", "TNAN", "VP0R", "PSTR", "IC0R"};
   EXPECT_EQ(wrapper_->getAllSensorKeys(), expected);
-  EXPECT_EQ(wrapper_->rawValueByKey("VNEG"), -1.0);
   EXPECT_TRUE(recorder_->errors.empty());
+  EXPECT_EQ(wrapper_->rawValueByKey("VNEG"), std::nullopt);
+  ASSERT_EQ(recorder_->errors.size(), 1u);
+  EXPECT_EQ(recorder_->errors[0].message.rfind("[SMCWrapper] Convert (VNEG) failed", 0), 0u);
   EXPECT_EQ(wrapper_->cachedAllSensorKeys(), expected);
   driver().resetCounts();
   EXPECT_EQ(wrapper_->getAllSensorKeys(), expected);
@@ -145,7 +147,7 @@ TEST_F(SMCWrapperTest, UnreadableKeyCountGivesNoKeysAndIsTriedAgain) {
 
 TEST_F(SMCWrapperTest, AllSensorsListsFansFirstThenKeysWithTheirTypes) {
   const auto sensors = wrapper_->getAllSensors();
-  ASSERT_EQ(sensors.size(), 8u);
+  ASSERT_EQ(sensors.size(), 7u);
   struct Expected {
     const char* key;
     const char* name;
@@ -156,7 +158,7 @@ TEST_F(SMCWrapperTest, AllSensorsListsFansFirstThenKeysWithTheirTypes) {
   const Expected expected[] = {{"0", "Fan 1", 1, 11, 1000, 5000}, {"1", "Left", 1, 11, 1000, 5000},
                                {"TC0P", "TC0P", 0, 0, 0, 110},    {"TNAN", "TNAN", 0, 0, 0, 110},
                                {"VP0R", "VP0R", 2, 0, 0, 0},      {"PSTR", "PSTR", 4, 0, 0, 0},
-                               {"IC0R", "IC0R", 3, 0, 0, 0},      {"VNEG", "VNEG", 2, 0, 0, 0}};
+                               {"IC0R", "IC0R", 3, 0, 0, 0}};
   for (std::size_t i = 0; i < sensors.size(); ++i) {
     SCOPED_TRACE(expected[i].key);
     EXPECT_EQ(sensors[i]->key(), expected[i].key);
@@ -174,7 +176,6 @@ TEST_F(SMCWrapperTest, AllSensorsListsFansFirstThenKeysWithTheirTypes) {
   EXPECT_DOUBLE_EQ(sensors[2]->value(), 47.5);
   EXPECT_TRUE(std::isnan(sensors[3]->value()));
   EXPECT_DOUBLE_EQ(sensors[5]->value(), 10.0);
-  EXPECT_DOUBLE_EQ(sensors[7]->value(), -1.0);  // a real -1, not a failed conversion
   EXPECT_TRUE(recorder_->errors.empty());
   // Records are made afresh on every call.
   EXPECT_NE(wrapper_->getAllSensors()[0], sensors[0]);
