@@ -1,5 +1,6 @@
 #include "corvane/platform/machine_profile.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -227,12 +228,36 @@ TEST(MachineProfile, BuiltinProfilesAreSharedAcrossThreads) {
   EXPECT_NE(seen.front(), nullptr);
 }
 
-TEST(MachineProfile, UnknownBuiltinNameListsTheAvailableOnes) {
+struct NameCase {
+  const char* asked;
+  const char* loads;       // the machine it finds, or nullptr
+  const char* errorPart;   // for a name it does not find
+};
+
+void PrintTo(const NameCase& c, std::ostream* os) { *os << c.asked; }
+
+class BuiltinNameTest : public ::testing::TestWithParam<NameCase> {};
+
+TEST_P(BuiltinNameTest, IgnoresCaseAndSuggestsOnlyCloseNames) {
   std::string error;
-  EXPECT_EQ(loadBuiltinProfile("MacBookPro99,9", &error), nullptr);
-  EXPECT_THAT(error, HasSubstr("'MacBookPro99,9'"));
-  EXPECT_THAT(error, HasSubstr("MacBookPro16,1"));
+  auto profile = resolveMachine(GetParam().asked, &error);
+  if (GetParam().loads != nullptr) {
+    ASSERT_NE(profile, nullptr) << error;
+    EXPECT_EQ(profile->name, GetParam().loads);
+    return;
+  }
+  EXPECT_EQ(profile, nullptr);
+  EXPECT_THAT(error, HasSubstr(GetParam().errorPart));
+  EXPECT_LE(std::count(error.begin(), error.end(), ','), 6) << "a few names, not the whole list: " << error;
 }
+
+INSTANTIATE_TEST_SUITE_P(
+    MachineProfile, BuiltinNameTest,
+    ::testing::Values(NameCase{"macbookpro16,1", "MacBookPro16,1", nullptr}, NameCase{"m2-max", "M2-Max", nullptr},
+                      NameCase{"iMac19,3", nullptr, "'iMac19,3'; did you mean iMac19,2"},
+                      NameCase{"MacBookPro99,9", nullptr, "did you mean MacBookPro9,2, "},
+                      NameCase{"Raspberry", nullptr, "no built-in machine named 'Raspberry' ("},
+                      NameCase{"", nullptr, "no built-in machine named ''"}));
 
 TEST(MachineProfile, ResolvesNamesFilesAndReportsMissingOnes) {
   std::string error;
@@ -255,9 +280,14 @@ TEST(MachineProfile, ResolvesNamesFilesAndReportsMissingOnes) {
   EXPECT_EQ(resolveMachine(dir.path().string(), &error), nullptr);
   EXPECT_THAT(error, HasSubstr("cannot read profile"));
 
-  EXPECT_EQ(resolveMachine("NoSuchMac1,1", &error), nullptr);
-  EXPECT_THAT(error, HasSubstr("no built-in machine or profile file named 'NoSuchMac1,1' (built-in: "));
-  EXPECT_THAT(error, HasSubstr("MacBookPro16,1"));
+  const auto unnamed = (dir.path() / "bench.json").string();
+  std::ofstream(unnamed) << R"({"sysctl": {}, "smc": []})";
+  auto fromStem = resolveMachine(unnamed, &error);
+  ASSERT_NE(fromStem, nullptr) << error;
+  EXPECT_EQ(fromStem->name, "bench");
+
+  EXPECT_EQ(resolveMachine((dir.path() / "gone.json").string(), &error), nullptr);
+  EXPECT_THAT(error, HasSubstr("gone.json': no such file"));
 }
 
 TEST(MachineProfile, DamagedTextNeverCrashesTheLoader) {

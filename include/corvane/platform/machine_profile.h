@@ -46,9 +46,10 @@ struct MachineProfile {
 };
 
 // Parses a profile; on any malformed entry returns null and sets `error` to a message naming
-// `origin` and the entry. Nothing is loaded half-way.
+// `origin` and the entry. Nothing is loaded half-way. Only "sysctl" and "smc" are required;
+// "name" defaults to `defaultName` (a file's stem), and is required when that is empty.
 std::shared_ptr<const MachineProfile> parseProfile(std::string_view json, std::string_view origin,
-                                                   std::string* error);
+                                                   std::string* error, std::string_view defaultName = {});
 
 // Serialises a profile back to the JSON form parseProfile reads (one SMC entry per line).
 std::string serializeProfile(const MachineProfile& profile);
@@ -59,10 +60,16 @@ inline constexpr std::string_view kDefaultMachine = "MacBookPro16,1";
 // Names of the profiles compiled into the library, in a stable order.
 std::vector<std::string> builtinProfileNames();
 
-// A built-in profile by name; null (with `error` set) when there is none of that name.
+// A built-in profile by name, letter case ignored; null (with `error` set) when there is none.
 std::shared_ptr<const MachineProfile> loadBuiltinProfile(std::string_view name, std::string* error);
 
-// A built-in profile by name, or else a profile file by path; null with `error` set on failure.
+// True when `nameOrFile` names a profile file rather than a built-in machine: it holds a '/' or
+// ends in ".json". Anything else is a built-in name.
+bool isProfileFileName(std::string_view nameOrFile);
+
+// The built-in machine `name` (letter case ignored), or the profile file `nameOrFile` as
+// isProfileFileName tells them apart (a file's profile is named after its stem unless it says
+// otherwise); null with `error` set on failure: an unknown name lists the closest built-in ones.
 std::shared_ptr<const MachineProfile> resolveMachine(std::string_view nameOrFile, std::string* error);
 
 }  // namespace corvane::platform

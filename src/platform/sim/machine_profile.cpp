@@ -23,15 +23,17 @@ using text::packFourCc;
 using text::unpackFourCc;
 
 using nlohmann::json;
+using nlohmann::ordered_json;
 
 constexpr std::size_t kMaxValueBytes = 32;
 
 // Serialisation must not throw on text that is not valid UTF-8 (file names, dump headers).
-std::string toJson(const json& value, int indent = -1) {
-  return value.dump(indent, ' ', false, json::error_handler_t::replace);
+template <class Json>
+std::string toJson(const Json& value, int indent = -1) {
+  return value.dump(indent, ' ', false, Json::error_handler_t::replace);
 }
 
-std::string jsonQuoted(std::string_view text) { return toJson(json(std::string(text))); }
+std::string jsonQuoted(std::string_view text) { return toJson(json(text)); }
 
 bool allHex(std::string_view text) {
   for (char c : text) {
@@ -52,7 +54,8 @@ std::string describeOrigin(std::string_view origin) {
 
 class ProfileParser {
  public:
-  ProfileParser(std::string_view origin, std::string* error) : origin_(origin), error_(error) {}
+  ProfileParser(std::string_view origin, std::string_view defaultName, std::string* error)
+      : origin_(origin), defaultName_(defaultName), error_(error) {}
 
   std::shared_ptr<const MachineProfile> parse(std::string_view text) {
     json root;
@@ -79,11 +82,14 @@ class ProfileParser {
   bool parseRoot(const json& root, MachineProfile& profile) {
     if (!root.is_object()) return fail("the top level is not an object");
     auto name = root.find("name");
-    if (name == root.end()) return fail("no \"name\"");
-    if (!name->is_string() || name->get_ref<const std::string&>().empty()) {
+    if (name == root.end()) {
+      if (defaultName_.empty()) return fail("no \"name\"");
+      profile.name = std::string(defaultName_);
+    } else if (!name->is_string() || name->get_ref<const std::string&>().empty()) {
       return fail("\"name\" is not a non-empty string");
+    } else {
+      profile.name = name->get<std::string>();
     }
-    profile.name = name->get<std::string>();
     if (auto provenance = root.find("provenance"); provenance != root.end()) {
       profile.provenance = *provenance;
     }
@@ -272,6 +278,7 @@ class ProfileParser {
   }
 
   std::string_view origin_;
+  std::string_view defaultName_;
   std::string* error_;
 };
 
@@ -282,7 +289,29 @@ bool allZero(const SmcEntry& entry) {
   return true;
 }
 
-std::string entryLine(const SmcEntry& entry) {
+// One value on one line, with a blank after each comma and colon: how a profile writes an SMC
+// entry or a HID reading, so that a diff of two profiles shows whole keys.
+std::string inlineJson(const ordered_json& value) {
+  if (value.is_array()) {
+    std::string out = "[";
+    for (std::size_t i = 0; i < value.size(); ++i) {
+      if (i != 0) out += ", ";
+      out += inlineJson(value[i]);
+    }
+    return out + "]";
+  }
+  if (value.is_object()) {
+    std::string out = "{";
+    for (const auto& [name, member] : value.items()) {
+      if (out.size() > 1) out += ", ";
+      out += jsonQuoted(name) + ": " + inlineJson(member);
+    }
+    return out + "}";
+  }
+  return toJson(value);
+}
+
+ordered_json entryJson(const SmcEntry& entry) {
   // A key whose bytes the SMC never hands out is written without bytes, with the size it reports.
   const bool withoutBytes = allZero(entry) && (entry.redacted || entry.result != 0 || entry.status != 0);
   const uint32_t written = entry.size < kMaxValueBytes ? entry.size : kMaxValueBytes;
@@ -290,40 +319,31 @@ std::string entryLine(const SmcEntry& entry) {
   if (!withoutBytes) {
     hex = hexFromBytes(entry.bytes.data(), written);
   }
-  std::string options;
-  auto add = [&options](const std::string& member) {
-    options += options.empty() ? "{" : ", ";
-    options += member;
-  };
-  if (hex.size() / 2 != entry.size) add("\"size\": " + std::to_string(entry.size));
-  if (entry.attributes != 0) add("\"attr\": \"" + hexText(entry.attributes, 2, true) + "\"");
-  if (entry.result != 0) add("\"result\": \"" + hexText(entry.result, 2, true) + "\"");
-  if (entry.status != 0) {
-    add("\"status\": \"" + hexText(static_cast<uint32_t>(entry.status), 8, true) + "\"");
-  }
-  if (entry.redacted) add("\"redacted\": true");
-  if (entry.hidden) add("\"hidden\": true");
-
-  // Appended piece by piece: g++ 12 warns falsely (-Wrestrict) on a "[" + std::string chain.
-  std::string line = "[";
-  line += jsonQuoted(unpackFourCc(entry.key));
-  line += ", ";
-  line += jsonQuoted(unpackFourCc(entry.type));
-  line += ", \"";
-  line += hex;
-  line += "\"";
-  if (!options.empty()) line += ", " + options + "}";
-  return line + "]";
+  ordered_json options = ordered_json::object();
+  if (hex.size() / 2 != entry.size) options["size"] = entry.size;
+  if (entry.attributes != 0) options["attr"] = hexText(entry.attributes, 2, true);
+  if (entry.result != 0) options["result"] = hexText(entry.result, 2, true);
+  if (entry.status != 0) options["status"] = hexText(static_cast<uint32_t>(entry.status), 8, true);
+  if (entry.redacted) options["redacted"] = true;
+  if (entry.hidden) options["hidden"] = true;
+  ordered_json line = ordered_json::array({unpackFourCc(entry.key), unpackFourCc(entry.type), hex});
+  if (!options.empty()) line.push_back(std::move(options));
+  return line;
 }
 
-std::string readingsJson(const std::vector<HidReading>& readings) {
-  if (readings.empty()) return "[]";
+ordered_json readingJson(const HidReading& reading) { return ordered_json::array({reading.name, reading.value}); }
+
+// A list with one item per line at `depth` levels of two blanks, or "[]" when empty.
+template <class Item, class ToJson>
+std::string listLines(const std::vector<Item>& items, int depth, ToJson toItem) {
+  if (items.empty()) return "[]";
+  const std::string indent(static_cast<std::size_t>(2 * depth), ' ');
   std::string out = "[\n";
-  for (std::size_t i = 0; i < readings.size(); ++i) {
-    out += "      [" + jsonQuoted(readings[i].name) + ", " + toJson(json(readings[i].value)) + "]";
-    out += i + 1 < readings.size() ? ",\n" : "\n";
+  for (std::size_t i = 0; i < items.size(); ++i) {
+    out += indent + "  " + inlineJson(toItem(items[i]));
+    out += i + 1 < items.size() ? ",\n" : "\n";
   }
-  return out + "    ]";
+  return out + indent + "]";
 }
 
 // Nested values are indented one level under their top-level key.
@@ -340,9 +360,10 @@ std::string nested(const json& value) {
 
 }  // namespace
 
-std::shared_ptr<const MachineProfile> parseProfile(std::string_view json, std::string_view origin, std::string* error) {
+std::shared_ptr<const MachineProfile> parseProfile(std::string_view json, std::string_view origin, std::string* error,
+                                                   std::string_view defaultName) {
   try {
-    return ProfileParser(origin, error).parse(json);
+    return ProfileParser(origin, defaultName, error).parse(json);
   } catch (const std::exception& e) {
     // The parser checks every type before reading it; this is for running out of memory.
     if (error != nullptr) *error = describeOrigin(origin) + ": " + e.what();
@@ -351,26 +372,21 @@ std::shared_ptr<const MachineProfile> parseProfile(std::string_view json, std::s
 }
 
 std::string serializeProfile(const MachineProfile& profile) {
-  std::vector<std::string> members;
-  members.push_back("\"name\": " + jsonQuoted(profile.name));
-  if (!profile.provenance.is_null()) members.push_back("\"provenance\": " + nested(profile.provenance));
-  members.push_back("\"sysctl\": " + nested(profile.sysctl.is_null() ? json::object() : profile.sysctl));
-  std::string smc = "\"smc\": [";
-  for (std::size_t i = 0; i < profile.smc.size(); ++i) {
-    smc += i == 0 ? "\n    " : ",\n    ";
-    smc += entryLine(profile.smc[i]);
-  }
-  smc += profile.smc.empty() ? "]" : "\n  ]";
-  members.push_back(std::move(smc));
+  // Each member is rendered by nlohmann; only the layout (one SMC entry per line) is ours.
+  std::vector<std::pair<std::string, std::string>> members;
+  members.emplace_back("name", jsonQuoted(profile.name));
+  if (!profile.provenance.is_null()) members.emplace_back("provenance", nested(profile.provenance));
+  members.emplace_back("sysctl", nested(profile.sysctl.is_null() ? json::object() : profile.sysctl));
+  members.emplace_back("smc", listLines(profile.smc, 1, entryJson));
   if (profile.hasHid) {
-    members.push_back("\"hid\": {\n    \"temperature\": " + readingsJson(profile.hidTemperature) +
-                      ",\n    \"voltage\": " + readingsJson(profile.hidVoltage) + "\n  }");
+    members.emplace_back("hid", "{\n    \"temperature\": " + listLines(profile.hidTemperature, 2, readingJson) +
+                                    ",\n    \"voltage\": " + listLines(profile.hidVoltage, 2, readingJson) + "\n  }");
   }
-  if (!profile.displays.is_null()) members.push_back("\"displays\": " + nested(profile.displays));
-  if (!profile.ioreg.is_null()) members.push_back("\"ioreg\": " + nested(profile.ioreg));
+  if (!profile.displays.is_null()) members.emplace_back("displays", nested(profile.displays));
+  if (!profile.ioreg.is_null()) members.emplace_back("ioreg", nested(profile.ioreg));
   std::string out = "{\n";
   for (std::size_t i = 0; i < members.size(); ++i) {
-    out += "  " + members[i];
+    out += "  " + jsonQuoted(members[i].first) + ": " + members[i].second;
     out += i + 1 < members.size() ? ",\n" : "\n";
   }
   return out + "}\n";
