@@ -3,6 +3,8 @@
 #include <atomic>
 #include <mutex>
 
+#include "platform/sim/sim_platform.h"
+
 namespace corvane::platform {
 namespace {
 
@@ -13,8 +15,16 @@ std::atomic<Platform*> g_current{nullptr};  // read on every driver call, so no 
 }  // namespace
 
 Platform::Platform(std::shared_ptr<SmcDriver> smc, std::shared_ptr<FileLocations> files,
-                   std::shared_ptr<const MachineProfile> machine, bool simulated)
-    : smc_(std::move(smc)), files_(std::move(files)), machine_(std::move(machine)), simulated_(simulated) {}
+                   std::shared_ptr<const MachineProfile> machine, bool simulated, std::string machineSource)
+    : smc_(std::move(smc)),
+      files_(std::move(files)),
+      machine_(std::move(machine)),
+      simulated_(simulated),
+      machineSource_(std::move(machineSource)) {}
+
+void Platform::announceMachine() const {
+  if (machine_ && !machineSource_.empty()) sim::announceMachine(*files_, machineSource_);
+}
 
 void install(std::shared_ptr<Platform> platform) {
   std::lock_guard lock(g_installLock);

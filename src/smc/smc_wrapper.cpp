@@ -196,6 +196,8 @@ bool SMCWrapper::setExternalValue(const std::string& value, const std::string& k
   const auto tool = files::smcExePath();
   std::error_code ec;
   if (!tool || !std::filesystem::exists(*tool, ec)) return false;
+  // The helper follows the machine this process simulates, so that is recorded first.
+  platform::current().announceMachine();
   const auto result = platform::current().service<platform::Processes>().run(*tool, {"-k", key, "-w", value}, nullptr);
   return result && result->exitCode == 0;
 }

@@ -189,11 +189,12 @@ TEST(SqliteDefaultsSuite, AFolderThatCannotHoldTheFileFallsBackToMemory) {
   testing::TempDir dir;
   const auto blocker = dir.path() / "not-a-folder";
   std::ofstream(blocker) << "x";
-  ::testing::internal::CaptureStderr();
   auto suite = DefaultsSuite::sqliteFile(blocker / "Preferences.db");
+  EXPECT_FALSE(suite->get("k").has_value());
+  ::testing::internal::CaptureStderr();
+  EXPECT_TRUE(suite->set("k", 1));  // the first write finds that no file can be made
   const std::string err = ::testing::internal::GetCapturedStderr();
   EXPECT_NE(err.find("in memory"), std::string::npos) << err;
-  EXPECT_TRUE(suite->set("k", 1));
   EXPECT_EQ(suite->get("k"), json(1));
 }
 

@@ -58,8 +58,10 @@ class FileLocations {
 // Tests replace a service with `provide`. Thread-safe.
 class Platform {
  public:
+  // `machineSource` is what loads `machine` again (a built-in name or a profile file's absolute
+  // path); empty when there is nothing the helper tool could follow.
   Platform(std::shared_ptr<SmcDriver> smc, std::shared_ptr<FileLocations> files,
-           std::shared_ptr<const MachineProfile> machine, bool simulated);
+           std::shared_ptr<const MachineProfile> machine, bool simulated, std::string machineSource = {});
 
   SmcDriver& smc() const { return *smc_; }
   const FileLocations& files() const { return *files_; }
@@ -69,6 +71,11 @@ class Platform {
   // True when every service answers from the recorded machine rather than from the host. On a
   // Linux host, native() simulates only the SMC and HID and reads the rest from Linux.
   bool simulated() const { return simulated_; }
+  // Records the simulated machine as the one the helper tool writes to, in the app-group
+  // container; only a process about to write through the helper calls it, so that reading
+  // creates no files. Does nothing for a host SMC. Failures are ignored (the helper then writes
+  // to the default machine).
+  void announceMachine() const;
 
   template <class Service>
   Service& service() const {
@@ -89,6 +96,7 @@ class Platform {
   std::shared_ptr<FileLocations> files_;
   std::shared_ptr<const MachineProfile> machine_;
   bool simulated_;
+  std::string machineSource_;
   mutable std::mutex servicesLock_;
   mutable std::unordered_map<std::type_index, std::shared_ptr<void>> services_;
 };
@@ -99,6 +107,9 @@ struct NativeOptions {
   bool followAnnouncedMachine = false;
 };
 
+// True where the operating system offers a real SMC (macOS); elsewhere native() simulates one.
+bool hostHasSmc();
+
 // The host's own services. Where the host has no SMC (Linux on a non-Mac), the SMC is the
 // embedded default machine, or the machine another process of the product announced.
 std::shared_ptr<Platform> native(const NativeOptions& options = {});
@@ -106,7 +117,8 @@ std::shared_ptr<Platform> native(const NativeOptions& options = {});
 struct SimulatedOptions {
   // Root under which the product's files live; empty means the user's real locations.
   std::filesystem::path root;
-  // Record this machine as the one the helper tool should write to.
+  // Record this machine at once as the one the helper tool should write to (otherwise it is
+  // recorded by announceMachine(), before the first write through the helper).
   bool announce = true;
   // What loads this machine again (a built-in name or a profile file's absolute path), for the
   // announcement; empty means the profile's name, a built-in.

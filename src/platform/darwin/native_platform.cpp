@@ -57,6 +57,8 @@ class LibraryFileLocations final : public FileLocations {
 
 std::shared_ptr<FileLocations> nativeFileLocations() { return std::make_shared<LibraryFileLocations>(); }
 
+bool hostHasSmc() { return true; }
+
 std::shared_ptr<Platform> native(const NativeOptions&) {
   return std::make_shared<Platform>(std::make_shared<IOKitSmcDriver>(), nativeFileLocations(), nullptr,
                                     /*simulated=*/false);

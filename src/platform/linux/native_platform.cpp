@@ -66,6 +66,8 @@ class XdgFileLocations final : public FileLocations {
 
 std::shared_ptr<FileLocations> nativeFileLocations() { return std::make_shared<XdgFileLocations>(); }
 
+bool hostHasSmc() { return false; }
+
 std::shared_ptr<Platform> native(const NativeOptions& options) {
   std::shared_ptr<FileLocations> files = nativeFileLocations();
   std::string source = options.followAnnouncedMachine ? sim::announcedMachine(*files) : std::string();
@@ -75,7 +77,8 @@ std::shared_ptr<Platform> native(const NativeOptions& options) {
   // writing to some other machine.
   std::string error;
   std::shared_ptr<const MachineProfile> profile = resolveMachine(source, &error);
-  return sim::makePlatform(std::move(profile), std::move(files), source, !options.followAnnouncedMachine,
+  // Nothing is recorded here: a process records its machine before it first runs the helper.
+  return sim::makePlatform(std::move(profile), std::move(files), source, /*announce=*/false,
                            /*simulated=*/false);
 }
 

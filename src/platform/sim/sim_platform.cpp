@@ -89,7 +89,9 @@ std::shared_ptr<Platform> makePlatform(std::shared_ptr<const MachineProfile> pro
     if (announce) announceMachine(*files, source);
   }
   auto driver = std::make_shared<SimSmcDriver>(profile, state);
-  return std::make_shared<Platform>(std::move(driver), std::move(files), std::move(profile), simulated);
+  std::string machineSource = profile ? source : std::string();
+  return std::make_shared<Platform>(std::move(driver), std::move(files), std::move(profile), simulated,
+                                    std::move(machineSource));
 }
 
 }  // namespace corvane::platform::sim

@@ -27,8 +27,9 @@ std::string announcedMachine(const FileLocations& files);
 std::shared_ptr<FileLocations> rootedFileLocations(std::filesystem::path root);
 
 // A platform whose SMC simulates `profile` (null: a Mac without an SMC), with writes shared
-// through the machine's state file among `files`. `simulated` false: the other services come
-// from the host.
+// through the machine's state file among `files`. `announce`: record `source` at once for the
+// helper tool (else only Platform::announceMachine does). `simulated` false: the other services
+// come from the host.
 std::shared_ptr<Platform> makePlatform(std::shared_ptr<const MachineProfile> profile,
                                        std::shared_ptr<FileLocations> files, const std::string& source,
                                        bool announce, bool simulated);

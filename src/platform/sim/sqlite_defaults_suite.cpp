@@ -54,12 +54,12 @@ std::string timestampSuffix() {
 
 class SqliteDefaultsSuite final : public DefaultsSuite {
  public:
-  explicit SqliteDefaultsSuite(std::filesystem::path file) : file_(std::move(file)) {
-    std::lock_guard guard(lock_);
-    openLocked();
-  }
+  // A file already there is opened (and, if damaged, set aside) at once; a missing one is
+  // created by the first write.
+  explicit SqliteDefaultsSuite(std::filesystem::path file) : file_(std::move(file)) { opened(false); }
 
   std::optional<nlohmann::json> get(const std::string& key) const override {
+    if (!opened(false)) return std::nullopt;
     if (auto memory = fallback()) return memory->get(key);
     std::optional<std::string> text;
     run([&](Connection& c) {
@@ -78,6 +78,7 @@ class SqliteDefaultsSuite final : public DefaultsSuite {
   bool set(const std::string& key, const nlohmann::json& value) override {
     if (value.is_null()) return remove(key);
     if (!isPropertyListValue(value)) return false;
+    opened(true);
     if (auto memory = fallback()) return memory->set(key, value);
     const std::string text = value.dump();
     return run([&](Connection& c) {
@@ -90,6 +91,7 @@ class SqliteDefaultsSuite final : public DefaultsSuite {
   }
 
   bool remove(const std::string& key) override {
+    if (!opened(false)) return true;  // nothing stored, nothing to remove
     if (auto memory = fallback()) return memory->remove(key);
     return run([&](Connection& c) {
       c.erase.reset();
@@ -100,6 +102,7 @@ class SqliteDefaultsSuite final : public DefaultsSuite {
   }
 
   std::vector<std::string> keys() const override {
+    if (!opened(false)) return {};
     if (auto memory = fallback()) return memory->keys();
     std::vector<std::string> result;
     run([&](Connection& c) {
@@ -166,6 +169,17 @@ class SqliteDefaultsSuite final : public DefaultsSuite {
       }
     }
     return false;
+  }
+
+  // Opens the file on first use. Until something is written there is no file: a read finds
+  // nothing and creates nothing (false), the first write creates it.
+  bool opened(bool forWriting) const {
+    std::lock_guard guard(lock_);
+    if (connection_ || memory_) return true;
+    std::error_code ec;
+    if (!forWriting && !std::filesystem::exists(file_, ec)) return false;
+    openLocked();
+    return true;
   }
 
   void openLocked() const {
