@@ -26,7 +26,7 @@ using enum SensorGroup;
 // Keys listed twice carry different meanings per platform; the sensor reader takes the first
 // entry that survives the platform filter, so this order is part of the data.
 constexpr Template kSMCTemplates[] = {
-    // Temperatures: CPU.
+    // Temperatures: CPU. The first row is the CPU proximity sensor (isCPUProximityKey).
     {"TC0P", "CPU Proximity", kT, kCPU, kAll, false},
     {"TCXC", "CPU PECI Die", kT, kCPU, kAll, false},
     {"TCXc", "CPU PECI Die", kT, kCPU, kAll, false},
@@ -308,6 +308,8 @@ std::optional<std::string> dedicatedGPUField(
   return value;
 }
 
+static_assert(std::string_view(kSMCTemplates[0].name) == "CPU Proximity");
+
 }  // namespace
 
 std::vector<std::shared_ptr<HWSensor>> smcTemplates() { return build(kSMCTemplates, false); }
@@ -341,5 +343,7 @@ std::optional<std::string> dedicatedGPUName(const std::vector<HWGPUInfo>& gpus) 
 std::optional<std::string> dedicatedGPUShortName(const std::vector<HWGPUInfo>& gpus) {
   return dedicatedGPUField(gpus, [](const HWGPUInfo& gpu) { return gpu.shortModelName(); });
 }
+
+bool isCPUProximityKey(std::string_view key) { return key == kSMCTemplates[0].key; }
 
 }  // namespace corvane::catalogue

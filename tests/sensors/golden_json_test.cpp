@@ -25,7 +25,10 @@ TEST_P(SensorGoldenTest, CliListMatchesTheCheckedList) {
   const auto result =
       testing::runProgram(CORVANE_CLI_PATH, {"sensors", "--json", "--all", "--machine", GetParam()}, home.path());
   ASSERT_EQ(result.exitCode, 0) << result.err;
-  const auto printed = nlohmann::json::parse(result.out, nullptr, false);
+  const auto listing = nlohmann::json::parse(result.out, nullptr, false);
+  ASSERT_TRUE(listing.is_object()) << result.out;
+  EXPECT_EQ(listing["machine"], (nlohmann::json{{"name", GetParam()}, {"simulated", true}}));
+  const auto& printed = listing["sensors"];
   const auto golden = nlohmann::json::parse(
       readFile(std::string(CORVANE_SOURCE_DIR) + "/tests/sensors/golden/" + GetParam() + ".json"), nullptr, false);
   ASSERT_TRUE(printed.is_array()) << result.out;

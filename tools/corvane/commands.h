@@ -5,6 +5,7 @@
 #include <string>
 
 #include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
 
 #include "corvane/platform/machine_profile.h"
 
@@ -24,6 +25,14 @@ struct Context {
   // machine cannot be loaded, and then exitCode is kExitBadInput.
   bool installPlatform();
 };
+
+// The installed machine for JSON listings: {"name": ..., "simulated": true|false}. Simulated
+// means the SMC answers from a recorded machine (always so on Linux).
+nlohmann::ordered_json machineJson();
+
+// The first line of a text listing when the SMC is simulated ("Simulated machine: NAME");
+// nothing for a real SMC.
+void printMachineLine();
 
 void registerSmcCommands(CLI::App& app, Context& context);
 void registerProfileCommands(CLI::App& app, Context& context);

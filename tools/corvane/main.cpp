@@ -5,6 +5,7 @@
 #include <CLI/CLI.hpp>
 
 #include "commands.h"
+#include "corvane/platform/kernel_values.h"
 #include "corvane/platform/platform.h"
 
 namespace corvane::cli {
@@ -22,13 +23,31 @@ bool Context::installPlatform() {
     return false;
   }
   platform::SimulatedOptions options;
-  // A profile file is announced by its absolute path, so the helper tool finds it from anywhere.
+  // Recorded for the helper tool only when this process writes through it: a listing leaves
+  // no files behind.
+  options.announce = false;
+  // A profile file is recorded by its absolute path, so the helper tool finds it from anywhere;
+  // a built-in machine by its own spelling of the name.
   std::error_code ec;
-  if (profile->name != machine && std::filesystem::is_regular_file(machine, ec)) {
-    options.source = std::filesystem::absolute(machine, ec).string();
-  }
+  options.source = platform::isProfileFileName(machine) ? std::filesystem::absolute(machine, ec).string()
+                                                        : profile->name;
   platform::install(platform::simulated(std::move(profile), options));
   return true;
+}
+
+nlohmann::ordered_json machineJson() {
+  const platform::Platform& installed = platform::current();
+  if (const auto& machine = installed.machine()) return {{"name", machine->name}, {"simulated", true}};
+  std::string model = installed.service<platform::KernelValues>().valueByName("hw.model").value_or("");
+  while (!model.empty() && model.back() == '\0') model.pop_back();
+  return {{"name", model}, {"simulated", false}};
+}
+
+void printMachineLine() {
+  const auto& machine = platform::current().machine();
+  if (!machine) return;
+  std::printf("Simulated machine: %s%s\n", machine->name.c_str(),
+              platform::current().simulated() ? "" : " (this host has no SMC)");
 }
 
 }  // namespace corvane::cli
@@ -39,8 +58,12 @@ int main(int argc, char** argv) {
   app.require_subcommand(0, 1);
   app.fallthrough();  // "corvane smc list --machine X" as well as "corvane --machine X smc list"
   Context context;
+  app.set_version_flag("--version", "corvane " CORVANE_VERSION, "Print the version and exit");
   app.add_option("--machine", context.machine,
-                 "Simulate a recorded machine: a built-in profile name or a profile file");
+                 "Simulate a recorded machine. NAME is a built-in machine (letter case ignored; "
+                 "`corvane profile list` shows them); a value with a '/' or ending in .json is a "
+                 "profile FILE (./NAME for a file in this folder)")
+      ->type_name("NAME|FILE");
   registerSmcCommands(app, context);
   registerProfileCommands(app, context);
   registerSensorCommands(app, context);
@@ -48,8 +71,9 @@ int main(int argc, char** argv) {
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
-    int code = app.exit(e);
-    return code == 0 ? 0 : kExitBadInput;
+    if (e.get_exit_code() == 0) return app.exit(e);  // --help and --version
+    std::fprintf(stderr, "corvane: %s (see corvane --help)\n", e.what());
+    return kExitBadInput;
   }
   if (app.get_subcommands().empty()) {
     return runDefaultView(context);

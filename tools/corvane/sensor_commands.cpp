@@ -10,6 +10,7 @@
 
 #include "commands.h"
 #include "corvane/dispatch/dispatch.h"
+#include "corvane/sensors/sensor_catalogue.h"
 #include "corvane/sensors/sensor_reader.h"
 #include "corvane/sensors/value_formatter.h"
 #include "corvane/settings/pref_data.h"
@@ -25,12 +26,13 @@ struct SensorOptions {
 
 using SensorList = HWSensorReader::SensorList;
 
-// Keeps the list the reader delivers.
+// Keeps the list the reader delivers, and ends the main loop that waited for it.
 class ListReceiver : public HWSensorReader::Delegate {
  public:
   void readerDidReadWithResult(HWBaseReader<SensorList>&, const SensorList& list) override {
     sensors = list;
     delivered = true;
+    dispatch::stopMainQueue();
   }
   bool delivered = false;
   SensorList sensors;
@@ -54,7 +56,7 @@ class ListedSensor final : public FormattableSensor {
   double minValue() const override { return sensor_.minLimitValue(); }
   double maxValue() const override { return sensor_.maxLimitValue(); }
   int64_t statusEnum() const override { return 0; }
-  bool isCPUProximitySensor() const override { return sensor_.key() == "TC0P"; }
+  bool isCPUProximitySensor() const override { return catalogue::isCPUProximityKey(sensor_.key()); }
 
  private:
   const HWSensor& sensor_;
@@ -84,6 +86,7 @@ nlohmann::ordered_json toJson(const HWSensor& sensor) {
 }
 
 void printText(const SensorList& sensors) {
+  printMachineLine();
   std::size_t nameWidth = 4;
   std::size_t keyWidth = 3;
   for (const auto& sensor : sensors) {
@@ -112,10 +115,6 @@ void printText(const SensorList& sensors) {
 int listSensors(Context& context, const SensorOptions& options) {
   if (!context.installPlatform()) return context.exitCode;
   settings::installUnitPreferencesHook(std::make_shared<HWPrefData>());
-  // A one-shot program has no main loop: the reader's delivery to the main queue runs on a
-  // virtual clock started at the current time, drained right after the pass.
-  const double startTime = dispatch::now();
-  auto time = dispatch::installVirtualTime(startTime);
 
   auto reader = HWSensorReader::create();
   reader->setShowUnknownSensors(options.all);
@@ -123,8 +122,9 @@ int listSensors(Context& context, const SensorOptions& options) {
   reader->setShowComputedSensors(true);
   auto receiver = std::make_shared<ListReceiver>();
   reader->setDelegate(receiver);
+  // The pass runs here; its delivery waits on the main queue, which runs until it arrives.
   reader->read();
-  time->runUntilIdle();
+  dispatch::runMainQueue();
   if (!receiver->delivered) {
     std::fprintf(stderr, "corvane: the sensor reader delivered nothing\n");
     return kExitFailure;
@@ -137,7 +137,8 @@ int listSensors(Context& context, const SensorOptions& options) {
   if (options.json) {
     nlohmann::ordered_json rows = nlohmann::ordered_json::array();
     for (const auto& sensor : shown) rows.push_back(toJson(*sensor));
-    std::printf("%s\n", rows.dump(1).c_str());
+    const nlohmann::ordered_json listing = {{"machine", machineJson()}, {"sensors", std::move(rows)}};
+    std::printf("%s\n", listing.dump(1).c_str());
   } else {
     printText(shown);
   }
@@ -148,6 +149,7 @@ int listSensors(Context& context, const SensorOptions& options) {
 
 void registerSensorCommands(CLI::App& app, Context& context) {
   CLI::App* sensors = app.add_subcommand("sensors", "Every sensor of the machine, named and read once");
+  sensors->footer("With --json: an object with \"machine\" (its name, and whether it is simulated) and \"sensors\".");
   auto options = std::make_shared<SensorOptions>();
   sensors->add_flag("--all", options->all, "Also unknown and HID sensors");
   sensors->add_flag("--json", options->json, "Print a JSON array of the sensor records");

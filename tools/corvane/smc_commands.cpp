@@ -30,6 +30,12 @@ std::string printable(const char* text, std::size_t length) {
   return out;
 }
 
+// The status of a failed read of one key, with its meaning where the SMC's answer has one.
+std::string readFailureText(kern_return_t status) {
+  if (status == kSMCReturnNotFound) return "no such key, " + statusText(status);
+  return statusText(status);
+}
+
 bool isTextType(const SMCValue& value) { return std::string_view(value.dataType, 4) == "ch8*"; }
 
 // The value as a person reads it: the number the codec gives, text for character keys, or
@@ -86,7 +92,10 @@ int listKeys(Context& context, bool json) {
   const auto total =
       keyCount && *keyCount >= 1.0f && *keyCount < 4294967296.0f ? static_cast<uint32_t>(*keyCount) : 0u;
   nlohmann::json rows = nlohmann::json::array();
-  if (!json) std::printf("%-4s  %-4s  %4s  %-20s  %s\n", "KEY", "TYPE", "SIZE", "BYTES", "VALUE");
+  if (!json) {
+    printMachineLine();
+    std::printf("%-4s  %-4s  %4s  %-20s  %s\n", "KEY", "TYPE", "SIZE", "BYTES", "VALUE");
+  }
   uint32_t unreadable = 0;
   for (uint32_t index = 0; index < total; ++index) {
     SMCValue value;
@@ -111,7 +120,8 @@ int listKeys(Context& context, bool json) {
   }
   SMCClose();
   if (json) {
-    std::printf("%s\n", rows.dump(1).c_str());
+    const nlohmann::ordered_json listing = {{"machine", machineJson()}, {"keys", std::move(rows)}};
+    std::printf("%s\n", listing.dump(1).c_str());
   } else {
     std::printf("%u keys, %u could not be read\n", total, unreadable);
   }
@@ -129,7 +139,7 @@ int readKey(Context& context, std::string key, bool json) {
   const kern_return_t result = SMCReadKey(key.c_str(), &value);
   SMCClose();
   if (result != 0) {
-    std::fprintf(stderr, "corvane: cannot read key '%s' (%s)\n", key.c_str(), statusText(result).c_str());
+    std::fprintf(stderr, "corvane: cannot read key '%s' (%s)\n", key.c_str(), readFailureText(result).c_str());
     return kExitFailure;
   }
   if (json) {
@@ -147,6 +157,7 @@ void registerSmcCommands(CLI::App& app, Context& context) {
   smc->require_subcommand(1);
 
   auto* list = smc->add_subcommand("list", "Every key, in the SMC's index order, with type, size, bytes and value");
+  list->footer("With --json: an object with \"machine\" (its name, and whether it is simulated) and \"keys\".");
   auto listJson = std::make_shared<bool>(false);
   list->add_flag("--json", *listJson, "Print a JSON array");
   list->callback([&context, listJson] { context.exitCode = listKeys(context, *listJson); });

@@ -8,6 +8,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "corvane/sensors/hw_sensor.h"
@@ -45,5 +46,9 @@ std::optional<std::string> dedicatedGPUName(const std::vector<HWGPUInfo>& gpus);
 
 // As dedicatedGPUName, with the short model name.
 std::optional<std::string> dedicatedGPUShortName(const std::vector<HWGPUInfo>& gpus);
+
+// True for the key of the CPU proximity sensor, whose temperature counts as high sooner than
+// other temperatures.
+bool isCPUProximityKey(std::string_view key);
 
 }  // namespace corvane::catalogue

@@ -17,6 +17,8 @@ extern "C" {
 
 /* kIOReturnError: what SMCReadKeyByIndex and SMCWriteKey return for their own refusals. */
 #define kSMCReturnError ((kern_return_t)0xE00002BC)
+/* kIOReturnNotFound: what the driver returns for a key the SMC does not have. */
+#define kSMCReturnNotFound ((kern_return_t)0xE00002F0)
 
 /* One key's value as handed to callers. */
 typedef struct SMCValue {
