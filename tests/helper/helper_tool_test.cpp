@@ -9,6 +9,7 @@
 
 #include "../../tools/corvane-smc/helper_args.h"
 #include "corvane/platform/platform.h"
+#include "corvane/smc/fan_keys.h"
 #include "corvane/smc/smc.h"
 #include "support/test_support.h"
 
@@ -56,17 +57,17 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST(HelperAllowlist, OnlyFanControlKeys) {
   for (const char* key : {"F0Md", "F0Tg", "F0Mn", "F9Tg", "FAMn", "FJMd", "FS! "}) {
-    EXPECT_TRUE(helper::isWritableFanKey(key)) << key;
+    EXPECT_TRUE(smc::isFanControlKey(key)) << key;
   }
   for (const char* key : {"F0Ac", "F0Mx", "FKTg", "FaTg", "TC0P", "FNum", "#KEY", "F0ID", "fS! ", "F0md"}) {
-    EXPECT_FALSE(helper::isWritableFanKey(key)) << key;
+    EXPECT_FALSE(smc::isFanControlKey(key)) << key;
   }
-  EXPECT_TRUE(helper::isExpectedType("F0Md", "ui8 "));
-  EXPECT_FALSE(helper::isExpectedType("F0Md", "flt "));
-  EXPECT_TRUE(helper::isExpectedType("F0Tg", "flt "));
-  EXPECT_TRUE(helper::isExpectedType("F0Mn", "fpe2"));
-  EXPECT_FALSE(helper::isExpectedType("F0Tg", "ui16"));
-  EXPECT_TRUE(helper::isExpectedType("FS! ", "ui16"));
+  EXPECT_TRUE(smc::isFanControlType("F0Md", "ui8 "));
+  EXPECT_FALSE(smc::isFanControlType("F0Md", "flt "));
+  EXPECT_TRUE(smc::isFanControlType("F0Tg", "flt "));
+  EXPECT_TRUE(smc::isFanControlType("F0Mn", "fpe2"));
+  EXPECT_FALSE(smc::isFanControlType("F0Tg", "ui16"));
+  EXPECT_TRUE(smc::isFanControlType("FS! ", "ui16"));
 }
 
 // A two-fan machine in a profile file, so the helper can load it by path.

@@ -1,6 +1,5 @@
 #include "helper_args.h"
 #include "corvane/platform/text.h"
-#include "corvane/smc/fan_keys.h"
 
 #include <algorithm>
 #include <cctype>
@@ -8,7 +7,6 @@
 namespace corvane::helper {
 namespace {
 
-using smc::kFanCharacters;
 constexpr std::string_view kUsage = "usage: corvane-smc -k KEY -w HEX";
 
 bool parseHex(std::string_view hex, WriteRequest& request, std::string& error) {
@@ -69,20 +67,6 @@ bool parseArguments(const std::vector<std::string_view>& args, WriteRequest& req
   }
   request.key = std::string(key);
   return parseHex(hex, request, error);
-}
-
-bool isWritableFanKey(std::string_view key) {
-  if (key == "FS! ") return true;
-  if (key.size() != 4 || key[0] != 'F' || kFanCharacters.find(key[1]) == std::string_view::npos) return false;
-  const std::string_view suffix = key.substr(2);
-  return suffix == "Md" || suffix == "Tg" || suffix == "Mn";
-}
-
-bool isExpectedType(std::string_view key, std::string_view type) {
-  if (key == "FS! ") return type == "ui16";
-  const std::string_view suffix = key.substr(2);
-  if (suffix == "Md") return type == "ui8 ";
-  return type == "fpe2" || type == "flt ";
 }
 
 }  // namespace corvane::helper

@@ -20,11 +20,4 @@ struct WriteRequest {
 // `error` to a one-line message.
 bool parseArguments(const std::vector<std::string_view>& args, WriteRequest& request, std::string& error);
 
-// True for the keys fan control writes: F<c>Md, F<c>Tg, F<c>Mn with c one of
-// "0123456789ABCDEFGHIJ", and "FS! ", whose bits hand fans back to the system on older models.
-bool isWritableFanKey(std::string_view key);
-
-// True when a key of that name may have this SMC type (a four-character code).
-bool isExpectedType(std::string_view key, std::string_view type);
-
 }  // namespace corvane::helper

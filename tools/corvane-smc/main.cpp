@@ -16,6 +16,7 @@
 
 #include "corvane/platform/platform.h"
 #include "corvane/platform/text.h"
+#include "corvane/smc/fan_keys.h"
 #include "corvane/smc/smc.h"
 #include "helper_args.h"
 
@@ -70,7 +71,7 @@ int main(int argc, char** argv) {
   helper::WriteRequest request;
   std::string error;
   if (!helper::parseArguments(args, request, error)) return fail(kExitUsage, error);
-  if (!helper::isWritableFanKey(request.key)) {
+  if (!smc::isFanControlKey(request.key)) {
     return fail(kExitRefused, "key '" + request.key + "' is not a fan key; this tool writes only fan mode, target and minimum keys");
   }
 
@@ -93,7 +94,7 @@ int main(int argc, char** argv) {
     return fail(kExitRefused, "key '" + request.key + "' holds " + std::to_string(current.dataSize) +
                                   " bytes, the value has " + std::to_string(request.size));
   }
-  if (!helper::isExpectedType(request.key, current.dataType)) {
+  if (!smc::isFanControlType(request.key, current.dataType)) {
     SMCClose();
     return fail(kExitRefused, "key '" + request.key + "' has type '" + current.dataType + "', not a fan value type");
   }
