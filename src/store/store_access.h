@@ -1,0 +1,101 @@
+// Inside the store: the open file with its schema, and the row I/O and typed fetch that the
+// stack, the entities and the sensor data store share. Not part of the public interface.
+#pragma once
+
+#include <SQLiteCpp/SQLiteCpp.h>
+
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "corvane/store/core_data_stack.h"
+#include "corvane/store/entities.h"
+
+namespace corvane {
+
+struct HWManagedObjectContext::Objects {
+  // Objects of saved rows, by entity and row id: one object per row in a context.
+  std::map<std::pair<HWEntity, std::int64_t>, std::shared_ptr<HWManagedObject>> registered;
+  // Objects with work for the next save, in the order they changed.
+  std::vector<std::shared_ptr<HWManagedObject>> pending;
+};
+
+}  // namespace corvane
+
+namespace corvane::store_detail {
+
+// The store file, opened once: schema created or migrated forward, WAL journal, foreign keys on.
+// All statements run under `mutex()`; prepared statements are kept, so a hot query prepares once.
+class StoreFile {
+ public:
+  explicit StoreFile(const std::filesystem::path& file);
+  // Whether a database is open (false: every fetch is empty, every save fails).
+  bool ok() const { return db_ != nullptr; }
+  bool readOnly() const { return readOnly_; }
+  SQLite::Database& db() { return *db_; }
+  std::recursive_mutex& mutex() { return mutex_; }
+  // The prepared statement for `sql`, reset and with its bindings cleared.
+  SQLite::Statement& statement(const std::string& sql);
+
+ private:
+  bool openOnce(const std::filesystem::path& file);
+  void setAside(const std::filesystem::path& file);
+
+  std::unique_ptr<SQLite::Database> db_;
+  bool readOnly_ = false;
+  std::recursive_mutex mutex_;
+  std::map<std::string, std::unique_ptr<SQLite::Statement>> statements_;
+};
+
+// The statements that build schema version `version` from the one before; index 0 builds 1.
+const std::vector<std::vector<std::string>>& migrations();
+// The columns every table must have after migration, by table name.
+const std::map<std::string, std::vector<std::string>>& expectedColumns();
+
+struct Access {
+  using Binder = std::function<void(SQLite::Statement&)>;
+
+  static StoreFile* file(HWManagedObjectContext& context);
+  static std::shared_ptr<HWManagedObject> make(HWEntity entity);
+  // The select list of an entity, row id first.
+  static std::string columns(HWEntity entity);
+  // Reads the attributes from a row selected with columns() (row id in column 0).
+  static void read(HWManagedObject& object, SQLite::Statement& row);
+  // Inserts or updates the object's row; gives a new object its row id.
+  static void write(HWManagedObject& object, StoreFile& file);
+  static void copyAttributes(HWManagedObject& to, const HWManagedObject& from);
+  static std::int64_t& objectID(HWManagedObject& object) { return object.objectID_; }
+  // A sensor's place in its category (-1: at the end, once saved).
+  static std::int64_t& sensorOrder(HWSensorEntity& sensor) { return sensor.categoryOrder_; }
+  static std::int64_t sensorOrder(const HWSensorEntity& sensor) { return sensor.categoryOrder_; }
+
+  // Objects of `T` in `context`: the rows matching `where` (SQL, bound by `bind`) in `order`,
+  // each mapped to the context's object for that row. An object with unsaved changes counts by
+  // its in-memory values (`matches`), and unsaved objects of the context that match come last.
+  template <class T>
+  static std::vector<std::shared_ptr<T>> fetch(HWManagedObjectContext& context, HWEntity entity,
+                                               const std::string& where, const Binder& bind,
+                                               const std::string& order, const std::function<bool(const T&)>& matches) {
+    std::vector<std::shared_ptr<T>> out;
+    for (auto& object : fetchObjects(context, entity, where, bind, order, [&](const HWManagedObject& o) {
+           return matches(static_cast<const T&>(o));
+         })) {
+      out.push_back(std::static_pointer_cast<T>(object));
+    }
+    return out;
+  }
+  static std::vector<std::shared_ptr<HWManagedObject>> fetchObjects(
+      HWManagedObjectContext& context, HWEntity entity, const std::string& where, const Binder& bind,
+      const std::string& order, const std::function<bool(const HWManagedObject&)>& matches);
+  // The context's object for row `id` of `entity`; null when the row is gone.
+  static std::shared_ptr<HWManagedObject> objectWithID(HWManagedObjectContext& context, HWEntity entity,
+                                                       std::int64_t id);
+  // One number computed in the file (e.g. MAX(pointY)); `fallback` without a store or a row.
+  static double scalar(HWManagedObjectContext* context, const std::string& sql, const Binder& bind, double fallback);
+};
+
+}  // namespace corvane::store_detail
