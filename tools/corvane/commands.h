@@ -38,6 +38,7 @@ void registerSmcCommands(CLI::App& app, Context& context);
 void registerProfileCommands(CLI::App& app, Context& context);
 void registerSensorCommands(CLI::App& app, Context& context);
 void registerSettingsCommands(CLI::App& app, Context& context);
+void registerDbCommands(CLI::App& app, Context& context);
 
 // The sensor list with the default switches (named and computed sensors), as `corvane sensors`.
 int runSensorListing(Context& context);

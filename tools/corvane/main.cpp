@@ -68,6 +68,7 @@ int main(int argc, char** argv) {
   registerProfileCommands(app, context);
   registerSensorCommands(app, context);
   registerSettingsCommands(app, context);
+  registerDbCommands(app, context);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
