@@ -42,49 +42,6 @@ class Signals {
   int count_ = 0;
 };
 
-#ifndef __APPLE__  // there the main queue belongs to the process's main thread
-TEST(RealBackendTest, MainQueueRunsOnTheThreadThatRunsIt) {
-  Signals done;
-  std::thread::id runner, ranOn;
-  bool current = false;
-  std::vector<int> order;
-  auto main = mainQueue();
-  main->async([&] { order.push_back(1); });
-  main->asyncAfter(milliseconds(1), [&] { order.push_back(3); });
-  main->async([&] { order.push_back(2); });
-  main->asyncAfter(milliseconds(5), [&] {
-    ranOn = std::this_thread::get_id();
-    current = main->isCurrent();
-    order.push_back(4);
-    done.signal();
-  });
-  std::thread loop([&] {
-    runner = std::this_thread::get_id();
-    runMainQueue();
-  });
-  bool finished = done.waitFor(1, kPatience);
-  stopMainQueue();
-  loop.join();
-  ASSERT_TRUE(finished);
-  EXPECT_EQ(ranOn, runner);
-  EXPECT_TRUE(current);
-  EXPECT_EQ(order, (std::vector<int>{1, 2, 3, 4}));
-}
-
-TEST(RealBackendTest, StopBeforeRunEndsTheNextRunAtOnce) {
-  stopMainQueue();
-  Signals ended;
-  std::thread loop([&] {
-    runMainQueue();
-    ended.signal();
-  });
-  bool finished = ended.waitFor(1, kPatience);
-  if (!finished) stopMainQueue();  // do not leave the thread behind on failure
-  loop.join();
-  EXPECT_TRUE(finished);
-}
-#endif
-
 TEST(RealBackendTest, SerialQueueNeverOverlapsAndKeepsEachSendersOrder) {
   auto queue = serialQueue("serial");
   constexpr int kPerSender = 400;
@@ -109,42 +66,14 @@ TEST(RealBackendTest, SerialQueueNeverOverlapsAndKeepsEachSendersOrder) {
   a.join();
   b.join();
   ASSERT_TRUE(done.waitFor(2 * kPerSender, kPatience));
+  bool current = false;
+  queue->sync([&] { current = queue->isCurrent(); });  // waits, and marks the queue current
+  EXPECT_TRUE(current && !queue->isCurrent());
   EXPECT_EQ(maxActive.load(), 1);
   for (auto& list : seen) {
     ASSERT_EQ(list.size(), static_cast<std::size_t>(kPerSender));
     EXPECT_TRUE(std::is_sorted(list.begin(), list.end()));
   }
-}
-
-TEST(RealBackendTest, SyncWaitsForTheWorkAndMarksTheQueueCurrent) {
-  auto queue = serialQueue("sync");
-  std::vector<int> order;
-  queue->async([&] { order.push_back(1); });
-  bool current = false;
-  queue->sync([&] {
-    current = queue->isCurrent();
-    order.push_back(2);
-  });
-  EXPECT_TRUE(current);
-  EXPECT_EQ(order, (std::vector<int>{1, 2}));  // read after sync: no race
-  EXPECT_FALSE(queue->isCurrent());
-}
-
-TEST(RealBackendTest, DelayedWorkRunsInDueOrder) {
-  auto queue = serialQueue("delayed");
-  std::vector<int> order;
-  Signals done;
-  queue->asyncAfter(milliseconds(40), [&] {
-    order.push_back(40);
-    done.signal();
-  });
-  queue->asyncAfter(milliseconds(1), [&] {
-    order.push_back(1);
-    done.signal();
-  });
-  ASSERT_TRUE(done.waitFor(2, kPatience));
-  queue->sync([] {});
-  EXPECT_EQ(order, (std::vector<int>{1, 40}));
 }
 
 TEST(RealBackendTest, TimerRepeatsThenNeverFiresAfterCancel) {

@@ -4,7 +4,7 @@
 
 #include "corvane/dispatch/dispatch.h"
 #include "platform/global_notifications_backends.h"
-#include "settings/process_support.h"
+#include "support/process_support.h"
 
 namespace corvane::platform {
 namespace {
@@ -67,28 +67,17 @@ TEST(BusNotifications, NoAddressOrNoBusFallsBackToThisProcessAndSaysSoOnce) {
   EXPECT_EQ(received, (Received{{"X", {{"appMode", 1}}}}));
 }
 
-struct AddressCase {
-  const char* address;
-  std::vector<std::optional<BusSocket>> entries;
-};
-
-class BusAddresses : public ::testing::TestWithParam<AddressCase> {};
-
-TEST_P(BusAddresses, NameTheirUnixSockets) { EXPECT_EQ(parseBusAddress(GetParam().address), GetParam().entries); }
-
-INSTANTIATE_TEST_SUITE_P(
-    Table, BusAddresses,
-    ::testing::Values(
-        AddressCase{"unix:path=/tmp/dbus-yw9TdeN33D,guid=3f077ed552b6024a", {BusSocket{"/tmp/dbus-yw9TdeN33D", false}}},
-        AddressCase{"unix:path=/run/user/1000/bus", {BusSocket{"/run/user/1000/bus", false}}},
-        AddressCase{"unix:guid=1,abstract=/tmp/dbus-x", {BusSocket{"/tmp/dbus-x", true}}},
-        AddressCase{"unix:path=/tmp/a%20b%2c", {BusSocket{"/tmp/a b,", false}}},
-        AddressCase{"unix:path=/tmp/bad%2", {BusSocket{"/tmp/bad%2", false}}},
-        AddressCase{"tcp:host=localhost,port=1;unix:path=/x", {std::nullopt, BusSocket{"/x", false}}},
-        AddressCase{"unix:tmpdir=/tmp", {std::nullopt}}, AddressCase{"", {}}, AddressCase{";;", {}},
-        AddressCase{"nonsense", {std::nullopt}}));
-
-TEST(BusNotifications, ABadAddressGivesNoCentreAndAReason) {
+TEST(BusAddresses, NameTheirUnixSocketsAndABadOneGivesNoCentreAndAReason) {
+  for (const auto& [address, entries] :
+       std::initializer_list<std::pair<const char*, std::vector<std::optional<BusSocket>>>>{
+           {"unix:path=/tmp/dbus-yw9TdeN33D,guid=3f077ed552b6024a", {BusSocket{"/tmp/dbus-yw9TdeN33D", false}}},
+           {"unix:guid=1,abstract=/tmp/dbus-x", {BusSocket{"/tmp/dbus-x", true}}},
+           {"unix:path=/tmp/a%20b%2c", {BusSocket{"/tmp/a b,", false}}},
+           {"tcp:host=localhost,port=1;unix:path=/x", {std::nullopt, BusSocket{"/x", false}}},
+           {"unix:tmpdir=/tmp", {std::nullopt}},
+           {";;", {}}}) {
+    EXPECT_EQ(parseBusAddress(address), entries) << address;
+  }
   std::string error;
   EXPECT_EQ(busNotifications("unix:path=/nonexistent/corvane-bus", &error), nullptr);
   EXPECT_FALSE(error.empty());
@@ -109,12 +98,11 @@ TEST(BusNotifications, PostsReachEveryConnectionOfTheBusWhole) {
   auto b = sender->addObserver(std::nullopt, recordOnMainQueue(atSender));
   auto c = receiver->addObserver("Other", recordOnMainQueue(unrelated));
 
-  const json info = {{"HWFileLoggingSensorsKey", {"TC0P", "ünïcode"}},
-                     {"nested", {{"x", 1.5}, {"y", json::array()}}},
-                     {"appMode", 1}};
+  const json info = {
+      {"HWFileLoggingSensorsKey", {"TC0P", "ünïcode"}}, {"nested", {{"x", 1.5}, {"y", json::array()}}}, {"appMode", 1}};
   sender->post("HWUpdateFrequencyDidChangeNotification", info);
-  ASSERT_TRUE(testing::runMainQueueUntil([&] { return !atReceiver.empty() && !atSender.empty(); },
-                                         std::chrono::seconds(10)));
+  ASSERT_TRUE(
+      testing::runMainQueueUntil([&] { return !atReceiver.empty() && !atSender.empty(); }, std::chrono::seconds(10)));
   EXPECT_EQ(atReceiver, (Received{{"HWUpdateFrequencyDidChangeNotification", info}}));
   // The poster's own process hears its post, as with the distributed centre.
   EXPECT_EQ(atSender, (Received{{"HWUpdateFrequencyDidChangeNotification", info}}));

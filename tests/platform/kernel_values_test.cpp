@@ -1,7 +1,7 @@
 #include "corvane/platform/kernel_values.h"
 
 #include <cstring>
-#include <fstream>
+#include <tuple>
 
 #include <gtest/gtest.h>
 
@@ -16,15 +16,11 @@
 namespace corvane::platform {
 namespace {
 
-int64_t asInt64(const std::string& bytes) {
-  int64_t value = 0;
-  EXPECT_EQ(bytes.size(), sizeof value);
-  std::memcpy(&value, bytes.data(), std::min(bytes.size(), sizeof value));
-  return value;
-}
+const std::filesystem::path kData = std::filesystem::path(CORVANE_SOURCE_DIR) / "tests/platform/data";
 
-int32_t asInt32(const std::string& bytes) {
-  int32_t value = 0;
+template <class Int>
+Int as(const std::string& bytes) {
+  Int value = 0;
   EXPECT_EQ(bytes.size(), sizeof value);
   std::memcpy(&value, bytes.data(), std::min(bytes.size(), sizeof value));
   return value;
@@ -32,134 +28,82 @@ int32_t asInt32(const std::string& bytes) {
 
 // ---- recorded machines ----
 
-struct EncodeCase {
-  const char* name;
-  const char* json;
-  std::optional<std::string> bytes;
-};
-
-class SysctlEncodingTest : public ::testing::TestWithParam<EncodeCase> {};
-
-TEST_P(SysctlEncodingTest, EncodesAsTheMacHandsOut) {
-  const EncodeCase& c = GetParam();
-  EXPECT_EQ(sim::encodeSysctlValue(c.name, nlohmann::json::parse(c.json)), c.bytes) << c.name << " = " << c.json;
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Values, SysctlEncodingTest,
-    ::testing::Values(EncodeCase{"hw.model", R"("MacBookPro16,1")", std::string("MacBookPro16,1\0", 15)},
-                      EncodeCase{"kern.hostname", R"("")", std::string(1, '\0')},
-                      EncodeCase{"hw.ncpu", "16", kernel_bytes::fromInt32(16)},
-                      EncodeCase{"hw.optional.arm64", "true", kernel_bytes::fromInt32(1)},
-                      EncodeCase{"hw.optional.arm64", "false", kernel_bytes::fromInt32(0)},
-                      EncodeCase{"hw.memsize", "17179869184", kernel_bytes::fromInt64(17179869184LL)},
-                      // 64-bit by name even when small.
-                      EncodeCase{"hw.pagesize", "4096", kernel_bytes::fromInt64(4096)},
-                      EncodeCase{"hw.cpufrequency", "2.4e9", kernel_bytes::fromInt64(2400000000LL)},
-                      // Too wide for 32 bits: widened rather than cut.
-                      EncodeCase{"kern.unknown", "5000000000", kernel_bytes::fromInt64(5000000000LL)},
-                      EncodeCase{"kern.negative", "-7", kernel_bytes::fromInt32(-7)},
-                      EncodeCase{"machdep.cpu.feature_bits", "18446744073709551615", kernel_bytes::fromInt64(-1)},
-                      EncodeCase{"hw.ncpu", "1.5", std::nullopt}, EncodeCase{"hw.ncpu", "null", std::nullopt},
-                      EncodeCase{"hw.ncpu", "[1]", std::nullopt}));
-
-TEST(SimKernelValues, AnswersFromTheBuiltInMachine) {
-  testing::TempDir dir;
-  std::string error;
-  auto profile = loadBuiltinProfile("MacBookPro16,1", &error);
-  ASSERT_NE(profile, nullptr) << error;
-  auto platform = simulated(profile, {.root = dir.path(), .announce = false, .source = {}});
-  auto values = KernelValues::create(*platform);
-  EXPECT_EQ(values->valueByName("hw.model"), std::string("MacBookPro16,1\0", 15));
-  EXPECT_EQ(values->valueByName("hw.no.such.value"), std::nullopt);
+TEST(SysctlEncodingTest, EncodesAsTheMacHandsOut) {
+  for (const auto& [name, json, bytes] :
+       std::initializer_list<std::tuple<const char*, const char*, std::optional<std::string>>>{
+           {"hw.model", R"("MacBookPro16,1")", std::string("MacBookPro16,1\0", 15)},
+           {"kern.hostname", R"("")", std::string(1, '\0')},
+           {"hw.optional.arm64", "true", kernel_bytes::fromInt32(1)},
+           {"hw.pagesize", "4096", kernel_bytes::fromInt64(4096)},                 // 64-bit by name even when small
+           {"kern.unknown", "5000000000", kernel_bytes::fromInt64(5000000000LL)},  // widened rather than cut
+           {"kern.negative", "-7", kernel_bytes::fromInt32(-7)},
+           {"machdep.cpu.feature_bits", "18446744073709551615", kernel_bytes::fromInt64(-1)},
+           {"hw.ncpu", "1.5", std::nullopt},
+           {"hw.ncpu", "[1]", std::nullopt}}) {
+    EXPECT_EQ(sim::encodeSysctlValue(name, nlohmann::json::parse(json)), bytes) << name << " = " << json;
+  }
 }
 
 TEST(SimKernelValues, ServiceOfTheInstalledMachineWidensMemorySize) {
   testing::TempDir dir;
+  auto builtin =
+      simulated(testing::builtinMachine("MacBookPro16,1"), {.root = dir.path(), .announce = false, .source = {}});
+  EXPECT_EQ(KernelValues::create(*builtin)->valueByName("hw.model"), std::string("MacBookPro16,1\0", 15));
+
   auto profile =
       testing::profileFromJson(R"({"name": "Test", "sysctl": {"hw.memsize": 17179869184, "hw.ncpu": 8}, "smc": []})");
   auto platform = simulated(profile, {.root = dir.path(), .announce = false, .source = {}});
   auto& values = platform->service<KernelValues>();
-  EXPECT_EQ(asInt64(values.valueByName("hw.memsize").value_or("")), 17179869184LL);
-  EXPECT_EQ(asInt32(values.valueByName("hw.ncpu").value_or("")), 8);
+  EXPECT_EQ(as<int64_t>(values.valueByName("hw.memsize").value_or("")), 17179869184LL);
+  EXPECT_EQ(as<int32_t>(values.valueByName("hw.ncpu").value_or("")), 8);
+  EXPECT_EQ(values.valueByName("hw.no.such.value"), std::nullopt);
 }
 
 #ifdef __linux__
 // ---- Linux ----
 
-constexpr const char* kIntelCpuInfo =
-    "processor\t: 0\nvendor_id\t: GenuineIntel\ncpu family\t: 6\nmodel\t\t: 158\n"
-    "model name\t: Intel(R) Core(TM) i9-9980HK CPU @ 2.40GHz\ncpu MHz\t\t: 2400.000\n"
-    "physical id\t: 0\nsiblings\t: 4\ncore id\t\t: 0\ncpu cores\t: 2\n\n"
-    "processor\t: 1\nmodel name\t: Intel(R) Core(TM) i9-9980HK CPU @ 2.40GHz\ncpu MHz\t\t: 800.123\n"
-    "physical id\t: 0\ncore id\t\t: 1\n\n"
-    "processor\t: 2\nmodel name\t: Intel(R) Core(TM) i9-9980HK CPU @ 2.40GHz\nphysical id\t: 0\ncore id\t\t: 0\n\n"
-    "processor\t: 3\nmodel name\t: Intel(R) Core(TM) i9-9980HK CPU @ 2.40GHz\nphysical id\t: 0\ncore id\t\t: 1\n\n";
+const std::string kIntelCpuInfo = testing::readFile(kData / "cpuinfo-intel.txt");
 
-constexpr const char* kArmCpuInfo =
-    "processor\t: 0\nBogoMIPS\t: 108.00\nFeatures\t: fp asimd evtstrm crc32 cpuid\n"
-    "CPU implementer\t: 0x41\nCPU architecture: 8\nCPU variant\t: 0x0\nCPU part\t: 0xd08\nCPU revision\t: 3\n\n"
-    "processor\t: 1\nBogoMIPS\t: 108.00\nCPU implementer\t: 0x41\nCPU part\t: 0xd08\n\n"
-    "Hardware\t: BCM2835\nRevision\t: c03111\nModel\t\t: Raspberry Pi 4 Model B Rev 1.1\n";
+const std::string kArmCpuInfo = testing::readFile(kData / "cpuinfo-arm.txt");
 
 // Two sockets, core ids repeating per socket.
 constexpr const char* kTwoSocketCpuInfo =
     "processor : 0\nmodel name : Xeon\nphysical id : 0\ncore id : 0\n\n"
     "processor : 1\nmodel name : Xeon\nphysical id : 1\ncore id : 0\n\n";
 
-struct CpuInfoCase {
-  const char* label;
-  const char* text;
-  std::string brand;
-  int logical;
-  int physical;
-  double megahertz;
-};
-
-class CpuInfoTest : public ::testing::TestWithParam<CpuInfoCase> {};
-
-TEST_P(CpuInfoTest, Parses) {
-  const CpuInfoCase& c = GetParam();
-  const procfs::CpuInfo info = procfs::parseCpuInfo(c.text);
-  EXPECT_EQ(info.brand, c.brand);
-  EXPECT_EQ(info.logicalCpus, c.logical);
-  EXPECT_EQ(info.physicalCpus, c.physical);
-  EXPECT_DOUBLE_EQ(info.megahertz, c.megahertz);
+TEST(CpuInfoTest, Parses) {
+  struct Case {
+    const char* text;
+    std::string brand;
+    int logical, physical;
+    double megahertz;
+  };
+  for (const auto& c :
+       {Case{kIntelCpuInfo.c_str(), "Intel(R) Core(TM) i9-9980HK CPU @ 2.40GHz", 4, 2, 2400.0},
+        Case{kArmCpuInfo.c_str(), "ARM Cortex-A72", 2, 2, 0.0}, Case{kTwoSocketCpuInfo, "Xeon", 2, 2, 0.0},
+        Case{"processor : 0\nCPU implementer : 0x61\nCPU part : 0x022\n", "Apple", 1, 1, 0.0},
+        Case{"Processor\t: ARMv7 Processor rev 4 (v7l)\nprocessor\t: 0\n", "", 1, 1, 0.0}}) {
+    const procfs::CpuInfo info = procfs::parseCpuInfo(c.text);
+    EXPECT_EQ(info.brand, c.brand);
+    EXPECT_EQ(info.logicalCpus, c.logical) << c.brand;
+    EXPECT_EQ(info.physicalCpus, c.physical) << c.brand;
+    EXPECT_DOUBLE_EQ(info.megahertz, c.megahertz);
+  }
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Fixtures, CpuInfoTest,
-    ::testing::Values(CpuInfoCase{"intel", kIntelCpuInfo, "Intel(R) Core(TM) i9-9980HK CPU @ 2.40GHz", 4, 2, 2400.0},
-                      CpuInfoCase{"arm", kArmCpuInfo, "ARM Cortex-A72", 2, 2, 0.0},
-                      CpuInfoCase{"two_sockets", kTwoSocketCpuInfo, "Xeon", 2, 2, 0.0},
-                      CpuInfoCase{"old_arm", "Processor\t: ARMv7 Processor rev 4 (v7l)\nprocessor\t: 0\n", "", 1, 1,
-                                  0.0},
-                      CpuInfoCase{"empty", "", "", 0, 0, 0.0}),
-    [](const auto& info) { return std::string(info.param.label); });
-
-TEST(ProcParsers, MemTotal) {
+TEST(ProcParsers, MemTotalBootTimeAndBrandFrequency) {
   EXPECT_EQ(procfs::parseMemTotal("MemTotal:       16777216 kB\nMemFree:  1 kB\n"), 17179869184ULL);
   EXPECT_EQ(procfs::parseMemTotal("MemFree:        1000 kB\nMemTotal: 2048 kB\n"), 2097152ULL);
-  EXPECT_EQ(procfs::parseMemTotal("MemFree: 1000 kB\n"), std::nullopt);
   EXPECT_EQ(procfs::parseMemTotal("MemTotal: lots kB\n"), std::nullopt);
   EXPECT_EQ(procfs::parseMemTotal("MemTotal: 12 MB\n"), std::nullopt);
-}
 
-TEST(ProcParsers, BootTimeAndBrandFrequency) {
   EXPECT_EQ(procfs::parseBootTime("cpu  1 2 3\nintr 5\nbtime 1700000000\nprocesses 9\n"), 1700000000);
   EXPECT_EQ(procfs::parseBootTime("cpu  1 2 3\n"), std::nullopt);
   EXPECT_EQ(procfs::frequencyFromBrand("Intel(R) Core(TM) i9-9980HK CPU @ 2.40GHz"), 2400000000ULL);
   EXPECT_EQ(procfs::frequencyFromBrand("Some CPU @ 800MHz"), 800000000ULL);
-  EXPECT_EQ(procfs::frequencyFromBrand("Apple M2 Max"), std::nullopt);
   EXPECT_EQ(procfs::frequencyFromBrand("CPU @ fastGHz"), std::nullopt);
-  EXPECT_EQ(procfs::singleValue("Raspberry Pi 4 Model B Rev 1.1\0"), "Raspberry Pi 4 Model B Rev 1.1");
   EXPECT_EQ(procfs::singleValue(std::string_view("Model\n\0\0", 8)), "Model");
   EXPECT_EQ(procfs::singleValue(" \n"), std::nullopt);
-}
-
-void writeFile(const std::filesystem::path& path, std::string_view text) {
-  std::filesystem::create_directories(path.parent_path());
-  std::ofstream(path, std::ios::binary) << text;
 }
 
 class LinuxTreeTest : public ::testing::Test {
@@ -174,48 +118,36 @@ class LinuxTreeTest : public ::testing::Test {
 };
 
 TEST_F(LinuxTreeTest, MapsMacNamesOntoTheFixtureTree) {
-  writeFile(proc("cpuinfo"), kIntelCpuInfo);
-  writeFile(proc("meminfo"), "MemTotal:       16777216 kB\n");
-  writeFile(proc("stat"), "cpu 1 2\nbtime 1700000000\n");
-  writeFile(proc("sys/kernel/ostype"), "Linux\n");
-  writeFile(proc("sys/kernel/osrelease"), "6.1.0-18-amd64\n");
-  writeFile(proc("sys/kernel/hostname"), "builder\n");
-  writeFile(sys("class/dmi/id/product_name"), "MacBookPro16,1\n");
+  testing::writeFile(proc("cpuinfo"), kIntelCpuInfo);
+  testing::writeFile(proc("meminfo"), "MemTotal:       16777216 kB\n");
+  testing::writeFile(proc("stat"), "cpu 1 2\nbtime 1700000000\n");
+  testing::writeFile(proc("sys/kernel/ostype"), "Linux\n");
+  testing::writeFile(sys("class/dmi/id/product_name"), "MacBookPro16,1\n");
 
   EXPECT_EQ(str("hw.model"), std::string("MacBookPro16,1\0", 15));
   EXPECT_EQ(str("machdep.cpu.brand_string"), std::string("Intel(R) Core(TM) i9-9980HK CPU @ 2.40GHz") + '\0');
-  EXPECT_EQ(asInt32(str("hw.ncpu")), 4);
-  EXPECT_EQ(asInt32(str("hw.logicalcpu")), 4);
-  EXPECT_EQ(asInt32(str("hw.physicalcpu")), 2);
-  EXPECT_EQ(asInt64(str("hw.memsize")), 17179869184LL);
-  EXPECT_EQ(asInt64(str("hw.cpufrequency")), 2400000000LL);
+  EXPECT_EQ(as<int32_t>(str("hw.ncpu")), 4);
+  EXPECT_EQ(as<int32_t>(str("hw.physicalcpu")), 2);
+  EXPECT_EQ(as<int64_t>(str("hw.memsize")), 17179869184LL);
+  EXPECT_EQ(as<int64_t>(str("hw.cpufrequency")), 2400000000LL);
   EXPECT_EQ(str("kern.ostype"), std::string("Linux") + '\0');
-  EXPECT_EQ(str("kern.osrelease"), std::string("6.1.0-18-amd64") + '\0');
-  EXPECT_EQ(str("kern.hostname"), std::string("builder") + '\0');
   const std::string boot = str("kern.boottime");
   ASSERT_EQ(boot.size(), 16u);
-  EXPECT_EQ(asInt64(boot.substr(0, 8)), 1700000000);
+  EXPECT_EQ(as<int64_t>(boot.substr(0, 8)), 1700000000);
   EXPECT_EQ(boot.substr(8), std::string(8, '\0'));
   EXPECT_EQ(str("kern.version"), "<none>");
   EXPECT_EQ(str("hw.optional.arm64"), "<none>");
 }
 
 TEST_F(LinuxTreeTest, ArmBoardFallsBackToDeviceTreeAndCpufreq) {
-  writeFile(proc("cpuinfo"), kArmCpuInfo);
-  writeFile(sys("firmware/devicetree/base/model"), std::string("Raspberry Pi 4 Model B Rev 1.1\0", 31));
-  writeFile(sys("devices/system/cpu/cpu0/cpufreq/cpuinfo_max_freq"), "1500000\n");
+  testing::writeFile(proc("cpuinfo"), kArmCpuInfo);
+  testing::writeFile(sys("firmware/devicetree/base/model"), std::string("Raspberry Pi 4 Model B Rev 1.1\0", 31));
+  testing::writeFile(sys("devices/system/cpu/cpu0/cpufreq/cpuinfo_max_freq"), "1500000\n");
 
   EXPECT_EQ(str("hw.model"), std::string("Raspberry Pi 4 Model B Rev 1.1") + '\0');
   EXPECT_EQ(str("machdep.cpu.brand_string"), std::string("ARM Cortex-A72") + '\0');
-  EXPECT_EQ(asInt64(str("hw.cpufrequency")), 1500000000LL);
+  EXPECT_EQ(as<int64_t>(str("hw.cpufrequency")), 1500000000LL);
   EXPECT_EQ(str("hw.memsize"), "<none>");
-}
-
-TEST_F(LinuxTreeTest, EmptyTreeHasNoValues) {
-  for (const char* name : {"hw.model", "machdep.cpu.brand_string", "hw.ncpu", "hw.memsize", "hw.cpufrequency",
-                           "kern.boottime", "kern.ostype"}) {
-    EXPECT_EQ(values_->valueByName(name), std::nullopt) << name;
-  }
 }
 
 TEST(NativeKernelValues, ReadsThisHost) {
@@ -223,7 +155,7 @@ TEST(NativeKernelValues, ReadsThisHost) {
   const auto ostype = values->valueByName("kern.ostype");
   ASSERT_TRUE(ostype.has_value());
   EXPECT_EQ(*ostype, std::string("Linux") + '\0');
-  EXPECT_GT(asInt64(values->valueByName("hw.memsize").value_or(std::string(8, '\0'))), 0);
+  EXPECT_GT(as<int64_t>(values->valueByName("hw.memsize").value_or(std::string(8, '\0'))), 0);
 }
 #endif
 

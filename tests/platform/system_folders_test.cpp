@@ -1,7 +1,5 @@
 #include "platform/posix/system_folders.h"
 
-#include <fstream>
-
 #include <gtest/gtest.h>
 
 #include "corvane/platform/file_attributes.h"
@@ -10,65 +8,39 @@
 namespace corvane::platform::posix {
 namespace {
 
-struct UserDirCase {
-  const char* text;
-  std::optional<const char*> expected;
-};
-
-class ParseUserDirTest : public ::testing::TestWithParam<UserDirCase> {};
-TEST_P(ParseUserDirTest, FindsTheDocumentsFolder) {
-  auto found = parseUserDir(GetParam().text, "XDG_DOCUMENTS_DIR", "/home/ann");
-  if (!GetParam().expected) {
-    EXPECT_EQ(found, std::nullopt) << GetParam().text;
-  } else {
-    EXPECT_EQ(found, std::filesystem::path(*GetParam().expected)) << GetParam().text;
+TEST(ParseUserDirTest, FindsTheDocumentsFolder) {
+  for (const auto& [text, expected] : std::initializer_list<std::pair<const char*, const char*>>{
+           {"XDG_DOCUMENTS_DIR=\"$HOME/Documents\"\n", "/home/ann/Documents"},
+           {"# comment\nXDG_DESKTOP_DIR=\"$HOME/Desktop\"\nXDG_DOCUMENTS_DIR=\"$HOME/Dokumente\"",
+            "/home/ann/Dokumente"},
+           {"XDG_DOCUMENTS_DIR=\"$HOME/My \\\"Docs\\\"\"", "/home/ann/My \"Docs\""},
+           {"XDG_DOCUMENTS_DIR=\"$HOME\"", "/home/ann"},
+           // The last assignment wins, as in the shell.
+           {"XDG_DOCUMENTS_DIR=\"$HOME/a\"\nXDG_DOCUMENTS_DIR=\"$HOME/b\"", "/home/ann/b"},
+           {"XDG_DOCUMENTS_DIR=\"relative/docs\"", nullptr},
+           {"XDG_DOCUMENTS_DIR=\"$HOMEWORK/x\"", nullptr}}) {
+    const auto found = parseUserDir(text, "XDG_DOCUMENTS_DIR", "/home/ann");
+    EXPECT_EQ(found, expected ? std::optional<std::filesystem::path>(expected) : std::nullopt) << text;
   }
 }
-INSTANTIATE_TEST_SUITE_P(
-    Cases, ParseUserDirTest,
-    ::testing::Values(UserDirCase{"XDG_DOCUMENTS_DIR=\"$HOME/Documents\"\n", "/home/ann/Documents"},
-                      UserDirCase{"# comment\nXDG_DESKTOP_DIR=\"$HOME/Desktop\"\nXDG_DOCUMENTS_DIR=\"$HOME/Dokumente\"",
-                                  "/home/ann/Dokumente"},
-                      UserDirCase{"XDG_DOCUMENTS_DIR=\"/srv/docs\"", "/srv/docs"},
-                      UserDirCase{"XDG_DOCUMENTS_DIR=\"$HOME/My \\\"Docs\\\"\"", "/home/ann/My \"Docs\""},
-                      UserDirCase{"XDG_DOCUMENTS_DIR=\"$HOME/\"", "/home/ann"},
-                      UserDirCase{"XDG_DOCUMENTS_DIR=\"$HOME\"", "/home/ann"},
-                      // The last assignment wins, as in the shell.
-                      UserDirCase{"XDG_DOCUMENTS_DIR=\"$HOME/a\"\nXDG_DOCUMENTS_DIR=\"$HOME/b\"", "/home/ann/b"},
-                      UserDirCase{"XDG_DOCUMENTS_DIR=\"relative/docs\"", std::nullopt},
-                      UserDirCase{"XDG_DOCUMENTS_DIR=$HOME/Documents", std::nullopt},
-                      UserDirCase{"XDG_DOCUMENTS_DIR=\"$HOMEWORK/x\"", std::nullopt},
-                      UserDirCase{"XDG_DOCUMENTS_DIR=\"$HOME/unterminated", std::nullopt},
-                      UserDirCase{"XDG_DOCUMENTS_DIRECTORY=\"$HOME/x\"", std::nullopt},
-                      UserDirCase{"", std::nullopt}));
 
-struct GroupCase {
-  const char* text;
-  const char* admin;
-};
-
-class AdminGroupTest : public ::testing::TestWithParam<GroupCase> {};
-TEST_P(AdminGroupTest, ChoosesSudoThenWheelThenAdmin) {
-  EXPECT_EQ(chooseAdminGroup(parseGroupNames(GetParam().text)), GetParam().admin) << GetParam().text;
+TEST(AdminGroupTest, ChoosesSudoThenWheelThenAdmin) {
+  for (const auto& [text, admin] : std::initializer_list<std::pair<const char*, const char*>>{
+           {"root:x:0:\nwheel:x:10:ann\nsudo:x:27:ann\n", "sudo"},
+           {"root:x:0:\nstaff:x:20:\n", "admin"},
+           // Names must match whole: "sudoers" and a commented "sudo" are not the group.
+           {"sudoers:x:30:\n# sudo:x:27:\nwheel:x:10:", "wheel"},
+           // A line without its fields is not a group.
+           {"sudo\nadmin:x:80:", "admin"},
+           {"root:x:0:\r\nsudo:x:27:ann\r\n", "sudo"}}) {
+    EXPECT_EQ(chooseAdminGroup(parseGroupNames(text)), admin) << text;
+  }
 }
-INSTANTIATE_TEST_SUITE_P(
-    Cases, AdminGroupTest,
-    ::testing::Values(GroupCase{"root:x:0:\nwheel:x:10:ann\nsudo:x:27:ann\n", "sudo"},
-                      GroupCase{"root:x:0:\nwheel:x:10:ann\n", "wheel"}, GroupCase{"root:x:0:\nstaff:x:20:\n", "admin"},
-                      GroupCase{"", "admin"},
-                      // Names must match whole: "sudoers" and a commented "sudo" are not the group.
-                      GroupCase{"sudoers:x:30:\n# sudo:x:27:\nwheel:x:10:", "wheel"},
-                      // A line without its fields is not a group.
-                      GroupCase{"sudo\nadmin:x:80:", "admin"},
-                      GroupCase{"root:x:0:\r\nsudo:x:27:ann\r\n", "sudo"}));
 
-TEST(SystemFoldersTest, GroupNamesInFileOrder) {
+TEST(SystemFoldersTest, GroupNamesInFileOrderAndAdminGroupFromAFile) {
   EXPECT_EQ(parseGroupNames("root:x:0:\n\n:x:1:\nstaff:x:20:a,b\n"), (std::vector<std::string>{"root", "staff"}));
-}
-
-TEST(SystemFoldersTest, AdminGroupFromAFile) {
   testing::TempDir dir;
-  std::ofstream(dir.path() / "group") << "root:x:0:\nwheel:x:10:\n";
+  testing::writeFile(dir.path() / "group", "root:x:0:\nwheel:x:10:\n");
   EXPECT_EQ(adminGroupFromFile(dir.path() / "group"), "wheel");
   EXPECT_EQ(adminGroupFromFile(dir.path() / "missing"), "admin");
 }
@@ -87,7 +59,7 @@ TEST(FileAttributesTest, NamesIdsAndKeepsOnlyPermissionBits) {
 TEST(FileAttributesTest, ReadsARealFile) {
   testing::TempDir dir;
   const auto path = dir.path() / "tool";
-  std::ofstream(path) << "x";
+  testing::writeFile(path, "x");
   std::filesystem::permissions(path, static_cast<std::filesystem::perms>(0555));
   auto attributes = readFileAttributes(path);
   ASSERT_TRUE(attributes.has_value());

@@ -1,8 +1,6 @@
 // The sensor list of recorded machines, as `corvane sensors --json --all` prints it, against
 // lists checked by hand.
 #include <cctype>
-#include <fstream>
-#include <iterator>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -12,11 +10,6 @@
 
 namespace corvane {
 namespace {
-
-std::string readFile(const std::string& path) {
-  std::ifstream file(path);
-  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-}
 
 class SensorGoldenTest : public ::testing::TestWithParam<const char*> {};
 
@@ -30,7 +23,8 @@ TEST_P(SensorGoldenTest, CliListMatchesTheCheckedList) {
   EXPECT_EQ(listing["machine"], (nlohmann::json{{"name", GetParam()}, {"simulated", true}}));
   const auto& printed = listing["sensors"];
   const auto golden = nlohmann::json::parse(
-      readFile(std::string(CORVANE_SOURCE_DIR) + "/tests/sensors/golden/" + GetParam() + ".json"), nullptr, false);
+      testing::readFile(std::string(CORVANE_SOURCE_DIR) + "/tests/sensors/golden/" + GetParam() + ".json"), nullptr,
+      false);
   ASSERT_TRUE(printed.is_array()) << result.out;
   ASSERT_TRUE(golden.is_array());
   ASSERT_EQ(printed.size(), golden.size());

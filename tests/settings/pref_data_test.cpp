@@ -48,22 +48,14 @@ TEST_F(Broadcasts, AWriteIsStoredAtOnceAndAnnouncedLaterWithKeyValueAndAppMode) 
   EXPECT_TRUE(received_[0].second["appMode"].is_number_unsigned());
 }
 
-TEST_F(Broadcasts, ARemovalIsAnnouncedWithOnlyTheAppMode) {
+TEST_F(Broadcasts, ARemovalIsAnnouncedWithOnlyTheAppModeAndNoNameNotAtAll) {
   HWPrefData prefs;
   prefs.setObject(json::array({"TC0P"}), "HWFileLoggingSensorsKey");
+  prefs.setObject(json(true), "HWOpenAtLogin", std::nullopt);
   prefs.setObject(std::nullopt, "HWFileLoggingSensorsKey", "HWFileLoggingSensorKeysDidChangeNotification");
   clock_->runUntilIdle();
   EXPECT_FALSE(prefs.objectForKey("HWFileLoggingSensorsKey").has_value());
-  ASSERT_EQ(received_.size(), 1u);
-  EXPECT_EQ(received_[0].second, (json{{"appMode", 0}}));
-}
-
-TEST_F(Broadcasts, NoBroadcastNamePostsNothing) {
-  HWPrefData prefs;
-  prefs.setObject(json(true), "HWOpenAtLogin", std::nullopt);
-  prefs.setObject(json(true), "HWOpenAtLogin");
-  clock_->runUntilIdle();
-  EXPECT_TRUE(received_.empty());
+  EXPECT_EQ(received_, (decltype(received_){{"HWFileLoggingSensorKeysDidChangeNotification", {{"appMode", 0}}}}));
 }
 
 TEST_F(Broadcasts, PostedUserInfoIsCopiedAndAppModeOverridesAStaleOne) {

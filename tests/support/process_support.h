@@ -1,6 +1,6 @@
-// What the cross-process settings tests need: a private D-Bus session bus, long-running child
-// programs with their output on a pipe, and running the main queue until something happened.
-// Every wait is bounded; nothing sleeps.
+// What the tests that cross processes need: a private D-Bus session bus, child programs with their
+// output on a pipe, and running the main queue until something happened. Every wait is bounded;
+// nothing sleeps.
 #pragma once
 
 #include <fcntl.h>
@@ -21,6 +21,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -60,7 +61,8 @@ class LineReader {
         return line;
       }
       if (fd_ < 0) return std::nullopt;
-      const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+      const auto left =
+          std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
       if (left.count() <= 0) return std::nullopt;
       pollfd ready{fd_, POLLIN, 0};
       const int polled = ::poll(&ready, 1, static_cast<int>(left.count()));
@@ -75,6 +77,13 @@ class LineReader {
       }
       buffer_.append(chunk, static_cast<std::size_t>(got));
     }
+  }
+
+  // Everything up to the end of the output (each line waited for up to `timeout`).
+  std::string readAll(std::chrono::milliseconds timeout) {
+    std::string all;
+    while (auto line = readLine(timeout)) all += *line + "\n";
+    return all + std::exchange(buffer_, {});
   }
 
  private:
@@ -162,7 +171,8 @@ class ChildProcess {
         return exitCode_;
       }
       if (done < 0 && errno != EINTR) return std::nullopt;
-      const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+      const auto left =
+          std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
       if (left.count() <= 0) return std::nullopt;
       // A process descriptor becomes readable when the child ends.
       const int pidfd = static_cast<int>(::syscall(SYS_pidfd_open, pid_, 0));
@@ -179,17 +189,16 @@ class ChildProcess {
   std::optional<int> exitCode_;
 };
 
-// A private D-Bus session bus for one test: started with dbus-daemon, stopped by its pid when
-// the object goes.
+// A private D-Bus session bus for one test: started with dbus-daemon, which forks it off and
+// prints its address and pid; stopped by that pid when the object goes.
 class PrivateBus {
  public:
   PrivateBus() {
     ChildProcess daemon("dbus-daemon", {"--session", "--fork", "--print-address=1", "--print-pid=1"},
                         environmentWith({}));
-    if (!daemon.started()) return;
     auto address = daemon.output().readLine(std::chrono::seconds(10));
     auto pid = daemon.output().readLine(std::chrono::seconds(10));
-    daemon.wait(std::chrono::seconds(10));  // the parent ends once the bus runs in the background
+    daemon.wait(std::chrono::seconds(10));
     if (!address || !pid || address->empty()) return;
     address_ = *address;
     pid_ = static_cast<pid_t>(std::atol(pid->c_str()));

@@ -1,20 +1,13 @@
 #include "support/test_support.h"
 
-#include <fcntl.h>
-#include <spawn.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <cerrno>
-#include <cstdlib>
 #include <fstream>
 #include <iterator>
-#include <string_view>
 #include <string>
 
 #include "corvane/smc/smc.h"
-
-extern char** environ;
+#include "support/process_support.h"
 
 namespace corvane::testing {
 
@@ -30,6 +23,16 @@ TempDir::TempDir() {
 TempDir::~TempDir() {
   std::error_code ec;
   std::filesystem::remove_all(path_, ec);
+}
+
+std::string readFile(const std::filesystem::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+void writeFile(const std::filesystem::path& path, std::string_view text) {
+  std::filesystem::create_directories(path.parent_path());
+  std::ofstream(path, std::ios::binary) << text;
 }
 
 std::shared_ptr<const platform::MachineProfile> profileFromJson(const std::string& json) {
@@ -54,50 +57,22 @@ std::shared_ptr<const platform::MachineProfile> builtinMachine(std::string_view 
   return profile;
 }
 
-void installMachine(std::shared_ptr<const platform::MachineProfile> profile,
-                    const std::filesystem::path& root) {
+void installMachine(std::shared_ptr<const platform::MachineProfile> profile, const std::filesystem::path& root) {
   installSimulated(std::move(profile), root);
   ASSERT_EQ(SMCOpen(), 0);
 }
 
 ProgramResult runProgram(const std::string& program, const std::vector<std::string>& args,
-                         const std::filesystem::path& dataHome) {
-  ProgramResult result;
+                         const std::filesystem::path& dataHome, std::map<std::string, std::string> environment) {
   TempDir output;
-  const std::string outPath = (output.path() / "out").string();
-  const std::string errPath = (output.path() / "err").string();
-
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_addopen(&actions, 1, outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-  posix_spawn_file_actions_addopen(&actions, 2, errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-
-  std::vector<std::string> storage{program};
-  storage.insert(storage.end(), args.begin(), args.end());
-  std::vector<char*> argv;
-  for (auto& arg : storage) argv.push_back(arg.data());
-  argv.push_back(nullptr);
-
-  std::vector<std::string> environment;
-  for (char** e = environ; *e != nullptr; ++e) {
-    if (dataHome.empty() || std::string_view(*e).rfind("XDG_DATA_HOME=", 0) != 0) environment.emplace_back(*e);
-  }
-  if (!dataHome.empty()) environment.push_back("XDG_DATA_HOME=" + dataHome.string());
-  std::vector<char*> envp;
-  for (auto& entry : environment) envp.push_back(entry.data());
-  envp.push_back(nullptr);
-
-  pid_t pid = 0;
-  const int spawned = posix_spawn(&pid, program.c_str(), &actions, nullptr, argv.data(), envp.data());
-  posix_spawn_file_actions_destroy(&actions);
-  if (spawned != 0) return result;
-  int status = 0;
-  while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
-  }
-  if (WIFEXITED(status)) result.exitCode = WEXITSTATUS(status);
-  std::ifstream outFile(outPath), errFile(errPath);
-  result.out.assign(std::istreambuf_iterator<char>(outFile), std::istreambuf_iterator<char>());
-  result.err.assign(std::istreambuf_iterator<char>(errFile), std::istreambuf_iterator<char>());
+  const auto errFile = output.path() / "err";
+  if (!dataHome.empty()) environment.emplace("XDG_DATA_HOME", dataHome);
+  ChildProcess child(program, args, environmentWith(environment), errFile.string());
+  ProgramResult result;
+  if (!child.started()) return result;
+  result.out = child.output().readAll(std::chrono::seconds(60));
+  result.exitCode = child.wait(std::chrono::seconds(60)).value_or(-1);
+  result.err = readFile(errFile);
   return result;
 }
 

@@ -1,7 +1,5 @@
 #include "corvane/util/permission_helper.h"
 
-#include <fstream>
-#include <iterator>
 #include <map>
 
 #include <gtest/gtest.h>
@@ -20,27 +18,23 @@ namespace fs = std::filesystem;
 using platform::FileAttributes;
 using Call = platform::sim::RecordedPrivilegedExecution::Call;
 
-struct GrantCase {
-  const char* name;
-  std::optional<FileAttributes> attributes;
-  bool granted;
-};
+TEST(IsGrantedTest, OwnerGroupAndExactMode) {
+  struct GrantCase {
+    const char* name;
+    std::optional<FileAttributes> attributes;
+    bool granted;
+  };
 
-class IsGrantedTest : public ::testing::TestWithParam<GrantCase> {};
-TEST_P(IsGrantedTest, OwnerGroupAndExactMode) {
-  EXPECT_EQ(HWPermissionHelper::isGranted(GetParam().attributes, "root", "admin"), GetParam().granted)
-      << GetParam().name;
+  for (const GrantCase& c :
+       std::initializer_list<GrantCase>{{"installed", FileAttributes{"root", "admin", 06555}, true},
+                                        {"owner may write", FileAttributes{"root", "admin", 06755}, false},
+                                        {"set-user-ID only", FileAttributes{"root", "admin", 04555}, false},
+                                        {"user owner", FileAttributes{"ann", "admin", 06555}, false},
+                                        {"other group", FileAttributes{"root", "wheel", 06555}, false},
+                                        {"missing file", std::nullopt, false}}) {
+    EXPECT_EQ(HWPermissionHelper::isGranted(c.attributes, "root", "admin"), c.granted) << c.name;
+  }
 }
-INSTANTIATE_TEST_SUITE_P(
-    Cases, IsGrantedTest,
-    ::testing::Values(GrantCase{"installed", FileAttributes{"root", "admin", 06555}, true},
-                      GrantCase{"owner may write", FileAttributes{"root", "admin", 06755}, false},
-                      GrantCase{"no set-id bits", FileAttributes{"root", "admin", 0555}, false},
-                      GrantCase{"set-user-ID only", FileAttributes{"root", "admin", 04555}, false},
-                      GrantCase{"sticky too", FileAttributes{"root", "admin", 07555}, false},
-                      GrantCase{"user owner", FileAttributes{"ann", "admin", 06555}, false},
-                      GrantCase{"other group", FileAttributes{"root", "wheel", 06555}, false},
-                      GrantCase{"missing file", std::nullopt, false}));
 
 // A simulated Mac under a test folder, with the recorded privileged execution and attributes
 // kept in a table that the recorded chown and chmod update, as the real tools would.
@@ -59,8 +53,7 @@ class PermissionRequestTest : public ::testing::Test {
     time_ = dispatch::installVirtualTime(1.7e9);
 
     tool_ = *files::smcExePath();
-    fs::create_directories(fs::path(files::smcExeSrcPath()).parent_path());
-    std::ofstream(files::smcExeSrcPath()) << "shipped tool";
+    testing::writeFile(files::smcExeSrcPath(), "shipped tool");
   }
   void TearDown() override { HWPermissionHelper::setAttributesReader(nullptr); }
 
@@ -91,11 +84,6 @@ class PermissionRequestTest : public ::testing::Test {
     return result;
   }
 
-  static std::string contents(const std::string& path) {
-    std::ifstream in(path);
-    return std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-  }
-
   std::vector<Call> fullInstall() const {
     return {{"authorize", {}},
             {"/usr/sbin/chown", {"root:admin", tool_}},
@@ -113,26 +101,22 @@ class PermissionRequestTest : public ::testing::Test {
 TEST_F(PermissionRequestTest, CopiesTheToolThenSetsOwnerAndMode) {
   EXPECT_FALSE(HWPermissionHelper::isSMCPermissionGranted());
   EXPECT_EQ(request(), true);
-  EXPECT_EQ(contents(tool_), "shipped tool");
+  EXPECT_EQ(testing::readFile(tool_), "shipped tool");
   EXPECT_EQ(privileged_->calls(), fullInstall());
   EXPECT_TRUE(HWPermissionHelper::isSMCPermissionGranted());
 }
 
-TEST_F(PermissionRequestTest, AlreadyInstalledAsksForNothing) {
-  std::ofstream(tool_) << "installed tool";
+TEST_F(PermissionRequestTest, AnInstalledToolIsKeptAndOnlyAWrongModeFixed) {
+  testing::writeFile(tool_, "older tool");
   attributes_[tool_] = FileAttributes{"root", "admin", 06555};
   EXPECT_TRUE(HWPermissionHelper::isSMCPermissionGranted());
   EXPECT_EQ(request(), true);
   EXPECT_TRUE(privileged_->calls().empty());
-  EXPECT_EQ(contents(tool_), "installed tool");
-}
 
-TEST_F(PermissionRequestTest, WrongModeIsFixedWithoutReplacingTheFile) {
-  std::ofstream(tool_) << "older tool";
   attributes_[tool_] = FileAttributes{"root", "admin", 06755};
   EXPECT_FALSE(HWPermissionHelper::isSMCPermissionGranted());
   EXPECT_EQ(request(), true);
-  EXPECT_EQ(contents(tool_), "older tool");
+  EXPECT_EQ(testing::readFile(tool_), "older tool");
   EXPECT_EQ(privileged_->calls(), fullInstall());
   EXPECT_EQ(attributes_[tool_], (FileAttributes{"root", "admin", 06555}));
 }
@@ -144,43 +128,16 @@ TEST_F(PermissionRequestTest, RefusedConsentAnswersNo) {
   EXPECT_FALSE(HWPermissionHelper::isSMCPermissionGranted());
 }
 
-TEST_F(PermissionRequestTest, ChownThatCannotStartStopsBeforeChmod) {
-  privileged_->setFailingRun(0);
-  EXPECT_EQ(request(), false);
-  EXPECT_EQ(privileged_->calls(),
-            (std::vector<Call>{{"authorize", {}}, {"/usr/sbin/chown", {"root:admin", tool_}}, {"release", {}}}));
-}
-
-TEST_F(PermissionRequestTest, ChmodThatCannotStartAnswersNo) {
+TEST_F(PermissionRequestTest, AToolThatCannotStartAnswersNoAndChownFailingSkipsChmod) {
   privileged_->setFailingRun(1);
   EXPECT_EQ(request(), false);
   EXPECT_EQ(privileged_->calls(), fullInstall());
   EXPECT_FALSE(HWPermissionHelper::isSMCPermissionGranted());
-}
-
-TEST_F(PermissionRequestTest, NoCompletionIsFine) {
-  HWPermissionHelper::requestSMCPermissionWithCompletionHandler(nullptr);
-  time_->runUntilIdle();
-  EXPECT_EQ(privileged_->calls(), fullInstall());
-}
-
-TEST_F(PermissionRequestTest, RealAttributesOfAFileNotOwnedByTheAdminGroup) {
-  // The file system itself: the group of a test's file is never the simulated Mac's "admin".
-  HWPermissionHelper::setAttributesReader(nullptr);
-  EXPECT_FALSE(HWPermissionHelper::isSMCPermissionGranted());  // missing
-  std::ofstream(tool_) << "x";
-  fs::permissions(tool_, static_cast<fs::perms>(06555));
-  EXPECT_FALSE(HWPermissionHelper::isSMCPermissionGranted());
-}
-
-TEST(PrivilegedExecutionTest, SimulatedPlatformsNeverRunAnything) {
-  testing::TempDir dir;
-  std::string error;
-  platform::SimulatedOptions options;
-  options.root = dir.path();
-  auto simulated = platform::simulated(platform::resolveMachine(platform::kDefaultMachine, &error), options);
-  auto& service = simulated->service<platform::PrivilegedExecution>();
-  EXPECT_NE(dynamic_cast<platform::sim::RecordedPrivilegedExecution*>(&service), nullptr);
+  privileged_->setFailingRun(2);  // the next chown
+  EXPECT_EQ(request(), false);
+  auto expected = fullInstall();
+  expected.insert(expected.end(), {{"authorize", {}}, {"/usr/sbin/chown", {"root:admin", tool_}}, {"release", {}}});
+  EXPECT_EQ(privileged_->calls(), expected);
 }
 
 }  // namespace
