@@ -62,33 +62,6 @@ TEST(DumpImport, ReadsTheBracketedFormat) {
   EXPECT_TRUE(profile->smc[6].redacted && profile->smc[6].hidden && profile->smc[6].size == 32u);
 }
 
-TEST(DumpImport, NamesModelAndBrandFromFileNameHeaderOrOptions) {
-  struct Case {
-    std::string header, fileName;
-    DumpImportOptions options;
-    std::string name, model, brand;
-  };
-  for (const auto& c : {Case{"# Model id   : not stated\n", "Mac16,10-M4__report.txt", {}, "Mac16,10", "Mac16,10", ""},
-                        Case{"# Model id   : Mac16,12\n# Chip       : Apple M4\n",
-                             "x.txt",
-                             {"Mine", "Mac99,1", "Apple M99"},
-                             "Mine",
-                             "Mac99,1",
-                             "Apple M99"},
-                        Case{"# Chip       : Apple M2 Max (PR title)\n",
-                             "M2-Max__report.txt",
-                             {"M2-Max", "", ""},
-                             "M2-Max",
-                             "",
-                             "Apple M2 Max"}}) {
-    auto profile = importText(c.header + "  TC0P  [sp78]  47.5 (bytes 2f 80)\n", c.fileName, c.options);
-    ASSERT_NE(profile, nullptr);
-    EXPECT_EQ(profile->name, c.name);
-    EXPECT_EQ(profile->sysctl.value("hw.model", ""), c.model);
-    EXPECT_EQ(profile->sysctl.value("machdep.cpu.brand_string", ""), c.brand);
-  }
-}
-
 TEST(DumpImport, ErrorsNameTheFileAndLine) {
   const std::string key = "[TC0P] type [sp78] 73703738 len [ 2] attr [C0] -> 2F80\n";
   for (const auto& [text, expected] : std::initializer_list<std::pair<std::string, std::string>>{

@@ -150,13 +150,6 @@ TEST_F(LinuxTreeTest, ArmBoardFallsBackToDeviceTreeAndCpufreq) {
   EXPECT_EQ(str("hw.memsize"), "<none>");
 }
 
-TEST(NativeKernelValues, ReadsThisHost) {
-  auto values = nativeKernelValues();
-  const auto ostype = values->valueByName("kern.ostype");
-  ASSERT_TRUE(ostype.has_value());
-  EXPECT_EQ(*ostype, std::string("Linux") + '\0');
-  EXPECT_GT(as<int64_t>(values->valueByName("hw.memsize").value_or(std::string(8, '\0'))), 0);
-}
 #endif
 
 }  // namespace

@@ -3,7 +3,6 @@
 #include <cstdio>
 #include <cstring>
 #include <string>
-#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -153,26 +152,6 @@ TEST_F(SensorReaderTest, OneFanOrStoppedFansGetNoFastestFan) {
   EXPECT_EQ(find("FastestFan"), nullptr);
 }
 
-TEST_F(SensorReaderTest, KeysAreNamedForTheMachinesChip) {
-  for (const auto& [brand, tp01, tp05, tp0P] :
-       std::initializer_list<std::tuple<const char*, const char*, const char*, const char*>>{
-           {"Apple M1 Pro", "CPU Performance Core 1", "CPU Performance Core 2", "CPU Performance Core 6"},
-           {"Apple M2", "CPU Performance Core 1", "CPU Efficiency Core 1", "Tp0P"},
-           {kIntel, "Tp01", "Tp05", "Powerboard Proximity"}}) {
-    install(machine(brand, {temperature("Tp01", 40), temperature("Tp05", 41), temperature("Tp0P", 42)}));
-    EXPECT_EQ(find("Tp01")->name(), tp01);
-    EXPECT_EQ(find("Tp05")->name(), tp05);
-    EXPECT_EQ(find("Tp0P")->name(), tp0P);
-  }
-}
-
-TEST_F(SensorReaderTest, DedicatedGPUNamesTheGPUSensors) {
-  install(machine(kIntel, {temperature("TG0P", 55)}, "",
-                  R"({"pci": [{"model": "Intel UHD Graphics 630"}, {"model": "AMD Radeon Pro 5500M"}]})"));
-  EXPECT_EQ(find("TG0P")->name(), "GPU AMD Proximity");
-  EXPECT_EQ(find("TG0P")->fullName(), "GPU AMD Radeon Pro 5500M Proximity");
-}
-
 TEST_F(SensorReaderTest, ComputedFiguresWithoutContributorsReadMinusOne) {
   install(machine(kIntel, {temperature("TC0C", 50), temperature("TC1C", 70), temperature("TC0P", 45)}));
   reader_->setShowComputedSensors(true);
@@ -255,11 +234,6 @@ TEST_F(SensorReaderTest, ResultReachesTheDelegateOnTheMainQueue) {
   EXPECT_TRUE(receiver->onMainQueue);
   ASSERT_EQ(receiver->received.size(), list().size());
   EXPECT_EQ(receiver->received[0], list()[0]);  // the same records, not copies
-}
-
-TEST_F(SensorReaderTest, EmptySMCGivesAnEmptyList) {
-  install(R"({"name": "Empty", "sysctl": {}, "smc": [["#KEY", "ui32", "00000000"]]})");
-  EXPECT_TRUE(list().empty());
 }
 
 }  // namespace

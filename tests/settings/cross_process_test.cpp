@@ -7,7 +7,6 @@
 #include "corvane/platform/global_notifications.h"
 #include "corvane/platform/platform.h"
 #include "corvane/settings/settings_data_store.h"
-#include "corvane/settings/settings_keys.h"
 #include "platform/global_notifications_backends.h"
 #include "support/process_support.h"
 #include "support/test_support.h"
@@ -144,31 +143,6 @@ TEST_F(CrossProcess, BadValuesAreRefusedWithExitTwoAndStoreNothing) {
     const auto get = corvane({"settings", "get", args[2]});
     EXPECT_TRUE(get.out.find("(default") != std::string::npos || (get.exitCode == 1 && get.out.empty())) << get.out;
   }
-}
-
-TEST_F(CrossProcess, ListShowsEveryKeyWithItsValueOrItsDefault) {
-  ASSERT_EQ(corvane({"settings", "set", "HWTempUnitCelsius", "NO"}).exitCode, 0);
-  ASSERT_EQ(corvane({"settings", "set", "HWReaderTimerStart_cpu_load", "12.5"}).exitCode, 0);
-  const testing::ProgramResult list = corvane({"settings", "list"});
-  ASSERT_EQ(list.exitCode, 0);
-  const auto lineOf = [&](const std::string& key) {
-    const auto start = list.out.find(key + " ");
-    if (start == std::string::npos) return std::string();
-    return list.out.substr(start, list.out.find('\n', start) - start);
-  };
-  for (const auto& row : settings::kSettingKeys) {
-    if (!row.prefix) {
-      EXPECT_FALSE(lineOf(std::string(row.key)).empty()) << row.key;
-    }
-  }
-  EXPECT_NE(lineOf("HWTempUnitCelsius").find(" false"), std::string::npos);
-  EXPECT_EQ(lineOf("HWTempUnitCelsius").find("(default)"), std::string::npos);
-  EXPECT_NE(lineOf("HWShowComputedSensorsKey").find("true (default)"), std::string::npos);
-  EXPECT_NE(lineOf("HWReaderTimerStart_cpu_load").find("12.5"), std::string::npos);
-  EXPECT_NE(lineOf("HWFileLoggingPathKey").find("Corvane_Log.csv\" (default)"), std::string::npos);
-  EXPECT_NE(lineOf("HWFanControllerFanSetNameKey").find("(not set)"), std::string::npos);
-  // Listing writes nothing: the language is not resolved into the suite.
-  EXPECT_NE(corvane({"settings", "get", "CURRENT_LANGUAGE_KEY"}).out.find("(default)"), std::string::npos);
 }
 
 }  // namespace

@@ -45,24 +45,6 @@ class SettingsTest : public testing::AnnouncementTest {
   platform::DefaultsSuite& suite() { return platform::current().service<platform::DefaultsSuite>(); }
 };
 
-TEST_F(SettingsTest, AFreshSuiteReadsTheTableDefaultsAndWritesNothing) {
-  auto store = makeStore();
-  const std::pair<const char*, json> reads[] = {
-      {"HWOpenAtLogin", store->openAtLogin()},
-      {"HWUpdateFrequencyKey", store->updateFrequency()},
-      {"HWSyncStartTime", store->syncStartTime()},
-      {"HWFileLoggingResetModeKey", store->fileLoggingResetMode()},
-      {"HWReaderTimerStart_sensor", store->getStartTimeOfReaderTimer("sensor")}};
-  for (const auto& [key, value] : reads) {
-    const auto* row = settings::findSettingKey(key);
-    ASSERT_TRUE(row != nullptr && !row->defaultJson.empty()) << key;
-    EXPECT_EQ(value, json::parse(row->defaultJson)) << key;
-  }
-  EXPECT_EQ(store->fileLoggingPath(), files::documentsPath() + "/Corvane_Log.csv");
-  EXPECT_EQ(store->currentLocaleCode(), "") << "meaningful only once the language was read";
-  EXPECT_TRUE(suite().keys().empty()) << "reading a default writes nothing";
-}
-
 // --- Every setter: what it stores and what it announces (the key table's notification or none).
 
 TEST_F(SettingsTest, EverySetterStoresAtOnceAndAnnouncesAsTheKeyTableSays) {

@@ -140,18 +140,6 @@ TEST_F(SmcConnectionTest, WriteOfTheWrongSizeSendsNoWriteCommand) {
   EXPECT_NE(SMCWriteKey(value), 0);
 }
 
-TEST_F(SmcConnectionTest, CallsFailWhileTheConnectionIsClosed) {
-  install(machineJson(1));
-  ASSERT_EQ(SMCClose(), 0);
-  SMCValue value;
-  EXPECT_EQ(SMCReadKey("T000", &value), platform::kIOReturnNotOpen);
-  // Opened twice, closed once: still open for the other user.
-  ASSERT_EQ(SMCOpen(), 0);
-  ASSERT_EQ(SMCOpen(), 0);
-  ASSERT_EQ(SMCClose(), 0);
-  EXPECT_EQ(SMCReadKey("T000", &value), 0);
-}
-
 TEST_F(SmcConnectionTest, NoSmcMakesOpenFail) {
   platform::install(platform::simulated(nullptr, {dir_.path(), false, ""}));
   ::testing::internal::CaptureStdout();

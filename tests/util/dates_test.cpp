@@ -3,7 +3,6 @@
 #include <ctime>
 
 #include <gtest/gtest.h>
-#include <unicode/locid.h>
 
 namespace corvane::dates {
 namespace {
@@ -30,26 +29,6 @@ TEST(DatesTest, FixedFormats) {
   EXPECT_EQ(shortDateOnlyFormat(date), "3/07");
   EXPECT_EQ(shortTimeOnlyFormat(date), "21:05");
   EXPECT_EQ(shortDetailTimeOnlyFormat(date), "05:04");
-}
-
-TEST(DatesTest, GraphFormatSwitchesTheSharedFormatterToTheUserLocale) {
-  const icu::Locale saved = icu::Locale::getDefault();
-  UErrorCode status = U_ZERO_ERROR;
-  const Date date = local(2024, 3, 7, 9, 5, 4);
-
-  icu::Locale::setDefault(icu::Locale("de_DE"), status);
-  EXPECT_EQ(dateTimeFormatForGraph(date), "07.03.24\n09:05:04");
-
-  // Arabic (Egypt) writes its own digits: every later format follows the switched locale.
-  icu::Locale::setDefault(icu::Locale("ar_EG"), status);
-  dateTimeFormatForGraph(date);
-  EXPECT_EQ(timeOnlyFormat(date), "\xD9\xA0\xD9\xA9:\xD9\xA0\xD9\xA5:\xD9\xA0\xD9\xA4");  // ٠٩:٠٥:٠٤
-
-  // Put the process back as it was for the tests after this one.
-  icu::Locale::setDefault(saved, status);
-  dateTimeFormatForGraph(date);
-  EXPECT_EQ(timeOnlyFormat(date), "09:05:04");
-  ASSERT_TRUE(U_SUCCESS(status));
 }
 
 TEST(DateFromStringTest, Parses) {

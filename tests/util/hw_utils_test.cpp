@@ -51,13 +51,6 @@ TEST(AxisTest, LabelsOldestFirstEndingNow) {
 
 // ---- JSON ----
 
-TEST(Json, FromStringTakesContainersOnly) {
-  EXPECT_EQ(HWUtils::jsonFromString(R"([1, {"a": "b"}])"), nlohmann::json::parse(R"([1, {"a": "b"}])"));
-  for (const char* bad : {"", "[1,", "3", "null"}) {
-    EXPECT_EQ(HWUtils::jsonFromString(bad), std::nullopt) << bad;
-  }
-}
-
 TEST(Json, ResourcesLogOnlyTheirFixedLines) {
   ::testing::internal::CaptureStderr();
   EXPECT_EQ(HWUtils::loadJSONArrayFromFileName("no-such-list"), std::nullopt);
@@ -104,19 +97,6 @@ TEST(BuildNumber, ReadsCFBundleVersionOfTheBundle) {
   EXPECT_EQ(HWUtils::appBuildNumberAtPath((dir.path() / "C.app").string()), 0);
   EXPECT_EQ(HWUtils::appBuildNumberAtPath((dir.path() / "E.app").string()), 0);
   EXPECT_EQ(HWUtils::appBuildNumberAtPath((dir.path() / "Missing.app").string()), 0);
-}
-
-TEST(BuildNumber, MainBundleIsTheOneAroundTheExecutable) {
-  testing::TempDir dir;
-  testing::installMachine(testing::builtinMachine(), dir.path());
-  EXPECT_EQ(HWUtils::appBuildNumber(), 0);
-  const auto bundle = hw_utils::bundleOfExecutableDirectory(platform::current().files().mainExecutableDirectory());
-  ASSERT_FALSE(bundle.empty());
-  writeInfoPlist(bundle, "<key>CFBundleVersion</key><string>2048</string>");
-  EXPECT_EQ(HWUtils::appBuildNumber(), 2048);
-
-  EXPECT_EQ(hw_utils::bundleOfExecutableDirectory("/Applications/X.app/Contents/MacOS/"), "/Applications/X.app");
-  EXPECT_EQ(hw_utils::bundleOfExecutableDirectory("/x/MacOS"), "");
 }
 
 // ---- displays ----
