@@ -52,6 +52,7 @@ TEST(DateDifferenceTest, CountsBoundaries) {
   };
   for (const auto& c : {// Two minutes apart across midnight: one day boundary, one hour boundary.
                         Case{local(2024, 1, 10, 23, 59, 0), local(2024, 1, 11, 0, 1, 0), 1, 1},
+                        Case{local(2024, 1, 11, 0, 1, 0), local(2024, 1, 10, 23, 59, 0), -1, -1},
                         // Almost a day apart on the same day: no day boundary, 23 hour boundaries.
                         Case{local(2024, 1, 10, 0, 1, 0), local(2024, 1, 10, 23, 59, 0), 0, 23},
                         // Across a month and a leap day.
