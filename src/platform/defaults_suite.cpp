@@ -3,6 +3,7 @@
 #include <cmath>
 
 #include "corvane/platform/platform.h"
+#include "corvane/platform/text.h"
 #include "platform/defaults_suite_backends.h"
 
 namespace corvane::platform {
@@ -20,10 +21,16 @@ bool isPropertyListValue(const nlohmann::json& value) {
       return false;
     case nlohmann::json::value_t::number_float:
       return std::isfinite(value.get<double>());
+    case nlohmann::json::value_t::string:
+      return text::isUtf8(value.get_ref<const std::string&>());
     case nlohmann::json::value_t::array:
-    case nlohmann::json::value_t::object:
       for (const auto& element : value) {
         if (!isPropertyListValue(element)) return false;
+      }
+      return true;
+    case nlohmann::json::value_t::object:
+      for (const auto& [key, element] : value.items()) {
+        if (!text::isUtf8(key) || !isPropertyListValue(element)) return false;
       }
       return true;
     default:

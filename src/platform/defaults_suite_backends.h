@@ -17,7 +17,8 @@ std::shared_ptr<DefaultsSuite> nativeDefaultsSuite(const Platform& platform);
 // product's data removes every "sqlite" file of the container, and settings must survive that.
 inline constexpr const char* kDefaultsFileName = "Preferences.db";
 
-// True when `value` can live in a property list: no null anywhere, no binary, finite numbers.
+// True when `value` can live in a property list: no null anywhere, no binary, finite numbers,
+// strings and keys in UTF-8.
 bool isPropertyListValue(const nlohmann::json& value);
 
 }  // namespace corvane::platform

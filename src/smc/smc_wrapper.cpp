@@ -89,8 +89,9 @@ std::optional<std::string> SMCWrapper::rawStringValueByKey(std::string_view key)
   std::string text;
   const std::size_t size = value.dataSize < sizeof value.bytes ? value.dataSize : sizeof value.bytes;
   for (std::size_t i = 0; i < size; ++i) {
-    // Blanks and control bytes are padding in the SMC's text values.
-    if (value.bytes[i] >= 33) text.push_back(static_cast<char>(value.bytes[i]));
+    // Blanks and control bytes are padding in the SMC's text values; bytes past ASCII are no
+    // text at all (a stray 0xFF would reach the screen as U+FFFD and break a JSON document).
+    if (value.bytes[i] > ' ' && value.bytes[i] < 0x7F) text.push_back(static_cast<char>(value.bytes[i]));
   }
   return text;
 }

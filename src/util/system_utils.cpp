@@ -6,6 +6,7 @@
 #include "corvane/platform/kernel_values.h"
 #include "corvane/platform/platform.h"
 #include "corvane/platform/processes.h"
+#include "corvane/platform/text.h"
 
 namespace corvane {
 namespace {
@@ -33,44 +34,8 @@ Real kernelNumber(std::string_view name) {
   return 0;
 }
 
-// True when `text` is well-formed UTF-8 (no overlong forms, surrogates or values past U+10FFFF).
-bool isUtf8(std::string_view text) {
-  std::size_t at = 0;
-  while (at < text.size()) {
-    const auto lead = static_cast<unsigned char>(text[at]);
-    if (lead < 0x80) {
-      ++at;
-      continue;
-    }
-    std::size_t length = 0;
-    uint32_t code = 0;
-    if ((lead & 0xE0) == 0xC0) {
-      length = 2;
-      code = lead & 0x1Fu;
-    } else if ((lead & 0xF0) == 0xE0) {
-      length = 3;
-      code = lead & 0x0Fu;
-    } else if ((lead & 0xF8) == 0xF0) {
-      length = 4;
-      code = lead & 0x07u;
-    } else {
-      return false;
-    }
-    if (text.size() - at < length) return false;
-    for (std::size_t k = 1; k < length; ++k) {
-      const auto next = static_cast<unsigned char>(text[at + k]);
-      if ((next & 0xC0) != 0x80) return false;
-      code = (code << 6) | (next & 0x3Fu);
-    }
-    constexpr uint32_t kSmallest[] = {0, 0, 0x80, 0x800, 0x10000};
-    if (code < kSmallest[length] || code > 0x10FFFF || (code >= 0xD800 && code <= 0xDFFF)) return false;
-    at += length;
-  }
-  return true;
-}
-
 // An output as the platform's strings decode it: bytes that are not UTF-8 decode to nothing.
-std::string decoded(std::string bytes) { return isUtf8(bytes) ? std::move(bytes) : std::string(); }
+std::string decoded(std::string bytes) { return text::isUtf8(bytes) ? std::move(bytes) : std::string(); }
 
 }  // namespace
 

@@ -66,6 +66,8 @@ TEST_P(DefaultsSuiteTypes, NullRemovesAndNonPropertyListsAreRefused) {
   EXPECT_FALSE(suite->set("nan", std::nan("")));
   EXPECT_FALSE(suite->set("nested null", json::array({1, nullptr})));
   EXPECT_FALSE(suite->set("binary", json::binary({1, 2})));
+  EXPECT_FALSE(suite->set("not text", json::array({"\xff"})));
+  EXPECT_FALSE(suite->set("key not text", json::object({{"\xc0", 1}})));
   EXPECT_TRUE(suite->keys().empty());
   suite->set("b", 1);
   suite->set("a", 2);
@@ -129,6 +131,22 @@ TEST(SqliteDefaultsSuite, ATableOfAnotherShapeIsSetAsideAndARowThatIsNotJsonRead
   SQLite::Database(file.string(), SQLite::OPEN_READWRITE).exec("INSERT INTO defaults VALUES ('bad', '{not json')");
   EXPECT_FALSE(suite->get("bad").has_value());
   EXPECT_EQ(suite->keys(), (std::vector<std::string>{"bad", "good"}));
+}
+
+TEST(SqliteDefaultsSuite, RowsOfOtherWritersAreCleanedOrRefused) {
+  testing::TempDir dir;
+  const auto file = dir.path() / "Preferences.db";
+  auto suite = DefaultsSuite::sqliteFile(file);
+  suite->set("ours", 1);
+  {
+    SQLite::Database db(file.string(), SQLite::OPEN_READWRITE);
+    db.exec("INSERT INTO defaults VALUES ('escape', '{\"\\u001b[2J\": \"a\\u0007b\"}')");
+    db.exec("INSERT INTO defaults VALUES (CAST(x'6bff' AS TEXT), '1')");
+    db.exec("INSERT INTO defaults VALUES ('deep', '" + std::string(100, '[') + std::string(100, ']') + "')");
+  }
+  EXPECT_EQ(suite->get("escape"), json({{"[2J", "ab"}}));
+  EXPECT_EQ(suite->keys(), (std::vector<std::string>{"deep", "escape", "k\uFFFD", "ours"}));
+  EXPECT_FALSE(suite->get("deep").has_value());
 }
 
 TEST(SqliteDefaultsSuite, AFileRemovedUnderAnOpenSuiteIsStartedAfresh) {

@@ -82,7 +82,9 @@ TEST(CpuInfoTest, Parses) {
        {Case{kIntelCpuInfo.c_str(), "Intel(R) Core(TM) i9-9980HK CPU @ 2.40GHz", 4, 2, 2400.0},
         Case{kArmCpuInfo.c_str(), "ARM Cortex-A72", 2, 2, 0.0}, Case{kTwoSocketCpuInfo, "Xeon", 2, 2, 0.0},
         Case{"processor : 0\nCPU implementer : 0x61\nCPU part : 0x022\n", "Apple", 1, 1, 0.0},
-        Case{"Processor\t: ARMv7 Processor rev 4 (v7l)\nprocessor\t: 0\n", "", 1, 1, 0.0}}) {
+        Case{"Processor\t: ARMv7 Processor rev 4 (v7l)\nprocessor\t: 0\n", "", 1, 1, 0.0},
+        // Not text, and a terminal escape: shown neither raw nor in JSON.
+        Case{"processor : 0\nmodel name : Fast\xff\x1b[2J CPU\n", "Fast\uFFFD[2J CPU", 1, 1, 0.0}}) {
     const procfs::CpuInfo info = procfs::parseCpuInfo(c.text);
     EXPECT_EQ(info.brand, c.brand);
     EXPECT_EQ(info.logicalCpus, c.logical) << c.brand;
@@ -104,6 +106,7 @@ TEST(ProcParsers, MemTotalBootTimeAndBrandFrequency) {
   EXPECT_EQ(procfs::frequencyFromBrand("CPU @ fastGHz"), std::nullopt);
   EXPECT_EQ(procfs::singleValue(std::string_view("Model\n\0\0", 8)), "Model");
   EXPECT_EQ(procfs::singleValue(" \n"), std::nullopt);
+  EXPECT_EQ(procfs::singleValue("Mac\x01" "Book\xC0\n"), "MacBook\uFFFD");
 }
 
 class LinuxTreeTest : public ::testing::Test {

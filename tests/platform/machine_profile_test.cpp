@@ -45,7 +45,10 @@ TEST(LoaderErrorTest, RejectsTheWholeProfileNamingOriginAndEntry) {
              {R"(sysctl "hw.model": value is not a string or a number)"}},
         Case{profileJson("", R"(, "hid": {"temperature": [["PMU tdie1"]]})"),
              {R"(hid "temperature" entry 0: not a [name, number] pair)"}},
-        Case{"[1, 2]", {"not an object"}}}) {
+        Case{"[1, 2]", {"not an object"}},
+        Case{R"({"name": "\u001b\u0007", "sysctl": {}, "smc": []})", {"no printable character"}},
+        Case{profileJson("", R"(, "ioreg": {"a": )" + std::string(70, '[') + std::string(70, ']') + "}"),
+             {"nested deeper than 64 levels"}}}) {
     std::string error;
     EXPECT_EQ(parseProfile(c.json, "bad.json", &error), nullptr) << c.json;
     EXPECT_THAT(error, HasSubstr("profile 'bad.json': "));

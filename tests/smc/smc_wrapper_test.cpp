@@ -18,12 +18,12 @@
 namespace corvane {
 namespace {
 
-// Two fans (fan 0 unnamed, fan 1 "Left"), a fan 10 that FNum does not count, and keys of every
+// Two fans (fan 0 unnamed, fan 1 "Left" among padding and stray bytes), a fan 10 that FNum does not count, and keys of every
 // kind the enumeration must keep or drop. Floats are little-endian, as the SMC hands them over.
 constexpr const char* kMachine = R"({"name": "Wrapper", "sysctl": {}, "smc": [
   ["FNum", "ui8 ", "02"], ["F0ID", "ch8*", "2020202020"],
   ["F0Ac", "flt ", "00009644"], ["F0Mn", "flt ", "00007a44"], ["F0Mx", "flt ", "00409c45"],
-  ["F1ID", "ch8*", "204c65667400"],
+  ["F1ID", "ch8*", "204c65ff66747f00"],
   ["F1Ac", "flt ", "0000e144"], ["F1Mn", "flt ", "00007a44"], ["F1Mx", "flt ", "00409c45"],
   ["FAAc", "flt ", "00401c45"], ["TC0P", "sp78", "2f80"], ["TWAT", "zzzz", "0102"], ["TNAN", "flt ", "0000c07f"],
   ["TBAD", "sp78", "", {"size": 2, "status": "E00002C2"}], ["VP0R", "sp4b", "6000"], ["PSTR", "flt ", "00002041"],
@@ -67,7 +67,7 @@ class SMCWrapperTest : public ::testing::Test {
 TEST_F(SMCWrapperTest, FansAreCountedNamedAndRead) {
   EXPECT_EQ(wrapper_->numberOfFans(), 2u);
   EXPECT_EQ(wrapper_->descriptionOfFan(0), "Fan 1");  // only blanks
-  EXPECT_EQ(wrapper_->descriptionOfFan(1), "Left");   // blanks and NULs dropped
+  EXPECT_EQ(wrapper_->descriptionOfFan(1), "Left");   // blanks, NULs, DEL and 0xFF dropped
   EXPECT_EQ(wrapper_->descriptionOfFan(2), "Fan 3");  // no key at all
   EXPECT_DOUBLE_EQ(wrapper_->safeMaximumSpeedOfFan(1), 5000.0);
   EXPECT_DOUBLE_EQ(wrapper_->speedOfFan(10), 2500.0);  // "FAAc"

@@ -10,6 +10,8 @@
 #include <string_view>
 #include <vector>
 
+#include <nlohmann/json.hpp>
+
 namespace corvane::text {
 
 // The value of one hexadecimal digit (either case), or -1.
@@ -62,5 +64,26 @@ constexpr bool equalsIgnoringCase(std::string_view a, std::string_view b) {
   }
   return true;
 }
+
+// True when `text` is well-formed UTF-8 (no overlong forms, surrogates or values past U+10FFFF).
+bool isUtf8(std::string_view text);
+
+// Text from outside the process (the SMC, profiles, /proc, the settings file) made safe to show
+// and to print as JSON: every ill-formed UTF-8 sequence becomes U+FFFD and control characters
+// (C0, DEL, C1) are dropped, so nothing read can move a terminal's cursor or break a JSON dump.
+std::string cleaned(std::string_view text);
+
+// How deep JSON read from outside may nest. Copies, dumps and walks of a JSON value recurse, so
+// a document of a few thousand '[' would exhaust the stack; nothing the library reads nests
+// beyond a handful of levels.
+inline constexpr int kMaxJsonDepth = 64;
+
+// `text` parsed as JSON; discarded when it is not JSON or nests deeper than kMaxJsonDepth.
+// Never throws.
+nlohmann::json parsedJson(std::string_view text);
+
+// Every string of `value`, object keys included, cleaned as above. On keys that clean to the
+// same text, the last one wins.
+nlohmann::json cleanedStrings(const nlohmann::json& value);
 
 }  // namespace corvane::text

@@ -45,7 +45,7 @@ class SMCWrapper {
   // when the read fails or the codec does not know the value's type.
   std::optional<double> rawValueByKey(std::string_view key);
 
-  // The printable characters (bytes of 33 and above) of `key`'s value; nullopt, after telling
+  // The printable ASCII characters (bytes 33 to 126) of `key`'s value; nullopt, after telling
   // the delegate, when the read fails or the value is empty.
   std::optional<std::string> rawStringValueByKey(std::string_view key);
 

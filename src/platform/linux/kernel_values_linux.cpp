@@ -81,7 +81,7 @@ CpuInfo parseCpuInfo(std::string_view cpuinfo) {
       if (parseNumber<int>(value)) ++info.logicalCpus;
       physicalId.clear();
     } else if (key == "model name" && info.brand.empty()) {
-      info.brand = std::string(value);
+      info.brand = text::cleaned(value);
     } else if (key == "cpu MHz" && info.megahertz == 0.0) {
       info.megahertz = parseReal(value).value_or(0.0);
     } else if (key == "physical id") {
@@ -141,7 +141,9 @@ std::optional<uint64_t> frequencyFromBrand(std::string_view brand) {
 
 std::optional<std::string> singleValue(std::string_view text) {
   while (!text.empty() && text.back() == '\0') text.remove_suffix(1);
-  const std::string_view value = trimmed(text);
+  // Firmware tables and device trees hold whatever their vendor wrote.
+  const std::string cleaned = text::cleaned(text);
+  const std::string_view value = trimmed(cleaned);
   if (value.empty()) return std::nullopt;
   return std::string(value);
 }

@@ -32,8 +32,8 @@ std::optional<int64_t> parseBootTime(std::string_view procStat);
 // The nominal frequency in hertz that a brand string names ("... @ 2.40GHz").
 std::optional<uint64_t> frequencyFromBrand(std::string_view brand);
 
-// A one-value file (sysfs, /proc/sys, device tree) without trailing NULs and white space;
-// nothing when that leaves it empty.
+// A one-value file (sysfs, /proc/sys, device tree) cleaned (see text::cleaned), without
+// trailing NULs and white space; nothing when that leaves it empty.
 std::optional<std::string> singleValue(std::string_view text);
 
 // Where the host's files are; tests point these at fixture trees.

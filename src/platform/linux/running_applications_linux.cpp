@@ -7,6 +7,7 @@
 #include <chrono>
 #include <thread>
 
+#include "corvane/platform/text.h"
 #include "platform/posix/file_lock.h"
 #include "platform/posix/process.h"
 #include "platform/running_applications_backends.h"
@@ -144,12 +145,12 @@ std::vector<ProcessEntry> scanProcesses(const std::filesystem::path& procRoot) {
     process.pid = *pid;
     // A process may end while it is looked at; whatever is gone is left empty.
     if (auto comm = posix::readWholeFile(it->path() / "comm")) {
-      while (!comm->empty() && comm->back() == '\n') comm->pop_back();
-      process.comm = std::move(*comm);
+      // Any process names itself as it likes, bytes that are no text included.
+      process.comm = text::cleaned(*comm);
     }
     std::error_code linkError;
     const auto target = std::filesystem::read_symlink(it->path() / "exe", linkError);
-    if (!linkError) process.executableName = executableNameOfLink(target.string());
+    if (!linkError) process.executableName = text::cleaned(executableNameOfLink(target.string()));
     if (auto stat = posix::readWholeFile(it->path() / "stat")) {
       process.ended = parseProcessState(*stat) == 'Z';
     } else {

@@ -59,13 +59,22 @@ class ProfileParser {
 
   std::shared_ptr<const MachineProfile> parse(std::string_view text) {
     json root;
+    bool tooDeep = false;
     try {
-      root = json::parse(text.begin(), text.end());
+      // Returning false drops a value before it is built, so a deep document costs no stack.
+      root = json::parse(text.begin(), text.end(), [&tooDeep](int depth, json::parse_event_t, json&) {
+        if (depth > text::kMaxJsonDepth) tooDeep = true;
+        return !tooDeep;
+      });
     } catch (const json::parse_error& e) {
       std::string what = e.what();
       auto detail = what.find("] ");
       fail("not valid JSON at byte " + std::to_string(e.byte) + ": " +
            (detail == std::string::npos ? what : what.substr(detail + 2)));
+      return nullptr;
+    }
+    if (tooDeep) {
+      fail("nested deeper than " + std::to_string(text::kMaxJsonDepth) + " levels");
       return nullptr;
     }
     auto profile = std::make_shared<MachineProfile>();
@@ -90,8 +99,12 @@ class ProfileParser {
     } else {
       profile.name = name->get<std::string>();
     }
+    // Every text a profile gives (a file name too) is shown and printed later, so it is cleaned
+    // here, once.
+    profile.name = text::cleaned(profile.name);
+    if (profile.name.empty()) return fail("\"name\" has no printable character");
     if (auto provenance = root.find("provenance"); provenance != root.end()) {
-      profile.provenance = *provenance;
+      profile.provenance = text::cleanedStrings(*provenance);
     }
     auto sysctl = root.find("sysctl");
     if (sysctl == root.end()) return fail("no \"sysctl\"");
@@ -104,11 +117,11 @@ class ProfileParser {
     }
     if (auto displays = root.find("displays"); displays != root.end()) {
       if (!displays->is_array()) return fail("\"displays\" is not an array");
-      profile.displays = *displays;
+      profile.displays = text::cleanedStrings(*displays);
     }
     if (auto ioreg = root.find("ioreg"); ioreg != root.end()) {
       if (!ioreg->is_object()) return fail("\"ioreg\" is not an object");
-      profile.ioreg = *ioreg;
+      profile.ioreg = text::cleanedStrings(*ioreg);
     }
     return true;
   }
@@ -120,7 +133,7 @@ class ProfileParser {
         return fail("sysctl " + jsonQuoted(name) + ": value is not a string or a number");
       }
     }
-    profile.sysctl = sysctl;
+    profile.sysctl = text::cleanedStrings(sysctl);
     return true;
   }
 
@@ -257,7 +270,7 @@ class ProfileParser {
       if (!pair.is_array() || pair.size() != 2 || !pair[0].is_string() || !pair[1].is_number()) {
         return fail(label + " entry " + std::to_string(i) + ": not a [name, number] pair");
       }
-      out.push_back(HidReading{pair[0].get<std::string>(), pair[1].get<double>()});
+      out.push_back(HidReading{text::cleaned(pair[0].get_ref<const std::string&>()), pair[1].get<double>()});
     }
     return true;
   }

@@ -15,6 +15,7 @@
 #include <mutex>
 
 #include "platform/defaults_suite_backends.h"
+#include "corvane/platform/text.h"
 #include "platform/log.h"
 
 namespace corvane::platform {
@@ -69,10 +70,11 @@ class SqliteDefaultsSuite final : public DefaultsSuite {
       c.select.reset();
     });
     if (!text) return std::nullopt;
-    // A row that is not JSON was written by something else; it reads as absent.
-    nlohmann::json value = nlohmann::json::parse(*text, nullptr, /*allow_exceptions=*/false);
+    // A row that is not JSON was written by something else; it reads as absent. Any other
+    // process may write the file, so its strings are cleaned before anyone shows them.
+    nlohmann::json value = text::parsedJson(*text);
     if (value.is_discarded() || value.is_null()) return std::nullopt;
-    return value;
+    return text::cleanedStrings(value);
   }
 
   bool set(const std::string& key, const nlohmann::json& value) override {
@@ -108,7 +110,7 @@ class SqliteDefaultsSuite final : public DefaultsSuite {
     run([&](Connection& c) {
       result.clear();
       c.list.reset();
-      while (c.list.executeStep()) result.push_back(c.list.getColumn(0).getString());
+      while (c.list.executeStep()) result.push_back(text::cleaned(c.list.getColumn(0).getString()));
       c.list.reset();
     });
     return result;
