@@ -15,6 +15,7 @@
 #include "corvane/sensors/value_formatter.h"
 #include "corvane/settings/pref_data.h"
 #include "corvane/settings/settings_data_store.h"
+#include "corvane/util/json_text.h"
 
 namespace corvane::cli {
 namespace {
@@ -138,7 +139,7 @@ int listSensors(Context& context, const SensorOptions& options) {
     nlohmann::ordered_json rows = nlohmann::ordered_json::array();
     for (const auto& sensor : shown) rows.push_back(toJson(*sensor));
     const nlohmann::ordered_json listing = {{"machine", machineJson()}, {"sensors", std::move(rows)}};
-    std::printf("%s\n", listing.dump(1).c_str());
+    std::printf("%s\n", json_text::dump(listing, 1).c_str());
   } else {
     printText(shown);
   }

@@ -19,6 +19,7 @@
 #include "corvane/settings/setting_text.h"
 #include "corvane/settings/settings_data_store.h"
 #include "corvane/settings/settings_keys.h"
+#include "corvane/util/json_text.h"
 
 namespace corvane::cli {
 namespace {
@@ -43,10 +44,10 @@ std::string defaultText(const SettingKey& row, const std::string& key) {
   if (!row.defaultJson.empty()) return std::string(row.defaultJson) + " (default)";
   if (key == settings::kCurrentLanguageKey) {
     const std::string preferred = settings::preferredLocalizationFromEnvironment(std::getenv);
-    return nlohmann::json(settings::defaultLanguageFor(preferred)).dump() + " (default)";
+    return json_text::dump(nlohmann::json(settings::defaultLanguageFor(preferred))) + " (default)";
   }
   if (key == settings::kFileLoggingPathKey) {
-    return nlohmann::json(settings::defaultFileLoggingPath()).dump() + " (default)";
+    return json_text::dump(nlohmann::json(settings::defaultFileLoggingPath())) + " (default)";
   }
   if (row.defaultNote == "absent") return "(not set)";
   return "(default: " + std::string(row.defaultNote) + ")";
@@ -56,7 +57,7 @@ int getSetting(Context& context, const std::string& key) {
   if (!context.installPlatform()) return context.exitCode;
   HWPrefData prefData;
   if (auto value = prefData.objectForKey(key)) {
-    std::printf("%s\n", value->dump().c_str());
+    std::printf("%s\n", json_text::dump(*value).c_str());
     return kExitOk;
   }
   const SettingKey* row = settings::findSettingKey(key);
@@ -81,7 +82,7 @@ int listSettings(Context& context) {
         const SettingKey* owner = settings::findSettingKey(key);
         if (owner == nullptr || !owner->prefix || owner->key != row.key) continue;
         if (auto value = prefData.objectForKey(key)) {
-          show(key, value->dump());
+          show(key, json_text::dump(*value));
           any = true;
         }
       }
@@ -90,7 +91,7 @@ int listSettings(Context& context) {
     }
     const std::string key(row.key);
     if (auto value = prefData.objectForKey(key)) {
-      show(key, value->dump());
+      show(key, json_text::dump(*value));
     } else {
       show(key, defaultText(row, key));
     }
@@ -186,7 +187,7 @@ int watch(Context& context) {
     return context.exitCode;
   }
   auto observation = HWNotificationUtils::addObserver(std::nullopt, [](const std::string& name, const nlohmann::json& userInfo) {
-    std::printf("%s %s\n", name.c_str(), userInfo.dump().c_str());
+    std::printf("%s %s\n", name.c_str(), json_text::dump(userInfo).c_str());
     std::fflush(stdout);
   });
   dispatch::runMainQueue();

@@ -11,6 +11,7 @@
 #include "corvane/platform/text.h"
 #include "corvane/smc/smc.h"
 #include "corvane/smc/smc_value.h"
+#include "corvane/util/json_text.h"
 
 namespace corvane::cli {
 namespace {
@@ -121,7 +122,7 @@ int listKeys(Context& context, bool json) {
   SMCClose();
   if (json) {
     const nlohmann::ordered_json listing = {{"machine", machineJson()}, {"keys", std::move(rows)}};
-    std::printf("%s\n", listing.dump(1).c_str());
+    std::printf("%s\n", json_text::dump(listing, 1).c_str());
   } else {
     std::printf("%u keys, %u could not be read\n", total, unreadable);
   }
@@ -143,7 +144,7 @@ int readKey(Context& context, std::string key, bool json) {
     return kExitFailure;
   }
   if (json) {
-    std::printf("%s\n", jsonValue(value).dump(1).c_str());
+    std::printf("%s\n", json_text::dump(jsonValue(value), 1).c_str());
   } else {
     printRow(value);
   }

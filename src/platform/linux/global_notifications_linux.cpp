@@ -96,7 +96,7 @@ class BusNotifications final : public GlobalNotifications {
   }
 
   void post(const std::string& name, const nlohmann::json& userInfo) override {
-    const std::string text = userInfoObject(userInfo).dump();
+    const std::string text = userInfoObject(userInfo).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
     std::lock_guard guard(senderLock_);
     try {
       auto signal = object_->createSignal(kInterface, kMember);
