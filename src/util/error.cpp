@@ -1,5 +1,10 @@
 #include "corvane/util/error.h"
 
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+
+#include "corvane/platform/text.h"
 #include "corvane/util/strings.h"
 
 namespace corvane::errors {
@@ -19,7 +24,39 @@ const char* messageKeyForCode(long code) {
     default: return kGeneralMessageKey;
   }
 }
+
+const char* gProgram = "corvane";
+
+// The text of the exception in flight, if any, in one clean line.
+std::string currentExceptionText() {
+  const std::exception_ptr current = std::current_exception();
+  if (!current) return "terminated without an exception";
+  try {
+    std::rethrow_exception(current);
+  } catch (const std::exception& e) {
+    return text::cleaned(e.what());
+  } catch (...) {
+    return "an exception of unknown type";
+  }
+}
+
+[[noreturn]] void onTerminate() {
+  reportInternalError(gProgram);
+  // Other threads may still run: no static destructors under their feet.
+  std::_Exit(1);
+}
+
 }  // namespace
+
+int reportInternalError(const char* program) {
+  std::fprintf(stderr, "%s: internal error: %s\n", program, currentExceptionText().c_str());
+  return 1;
+}
+
+void installLastResortHandler(const char* program) {
+  gProgram = program;
+  std::set_terminate(onTerminate);
+}
 
 HWError kitError(long code, std::string message) {
   return HWError{kKitErrorDomain, code, std::move(message)};

@@ -18,6 +18,7 @@
 #include "corvane/platform/text.h"
 #include "corvane/smc/fan_keys.h"
 #include "corvane/smc/smc.h"
+#include "corvane/util/error.h"
 #include "helper_args.h"
 
 namespace {
@@ -52,9 +53,7 @@ bool becomeTheCaller() {
   return getegid() == group && geteuid() == user;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int run(int argc, char** argv) {
   using namespace corvane;
   // A caller may start the tool with no arguments at all, not even its name (argc 0).
   if (argc < 1) return fail(kExitUsage, "usage: corvane-smc -k KEY -w HEX");
@@ -109,4 +108,15 @@ int main(int argc, char** argv) {
   SMCClose();
   if (written != 0) return fail(kExitRefused, "writing '" + request.key + "' failed (" + statusText(written) + ")");
   return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  corvane::errors::installLastResortHandler("corvane-smc");
+  try {
+    return run(argc, argv);
+  } catch (...) {
+    return corvane::errors::reportInternalError("corvane-smc");
+  }
 }

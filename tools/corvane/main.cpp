@@ -7,6 +7,7 @@
 #include "commands.h"
 #include "corvane/platform/kernel_values.h"
 #include "corvane/platform/platform.h"
+#include "corvane/util/error.h"
 
 namespace corvane::cli {
 
@@ -52,7 +53,9 @@ void printMachineLine() {
 
 }  // namespace corvane::cli
 
-int main(int argc, char** argv) {
+namespace {
+
+int run(int argc, char** argv) {
   using namespace corvane::cli;
   CLI::App app{"Corvane: sensors, fans and the SMC of a Mac, or of a recorded one"};
   app.require_subcommand(0, 1);
@@ -80,4 +83,15 @@ int main(int argc, char** argv) {
     return runDefaultView(context);
   }
   return context.exitCode;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  corvane::errors::installLastResortHandler("corvane");
+  try {
+    return run(argc, argv);
+  } catch (...) {
+    return corvane::errors::reportInternalError("corvane");
+  }
 }

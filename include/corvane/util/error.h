@@ -36,5 +36,15 @@ HWError errorWithCode(long code);
 // A product error with code 0 and `message` as its description.
 HWError errorWithMessage(std::string message);
 
+// The last resort of a program's main, for a fault that should never happen: a line
+// "<program>: internal error: <what>" on stderr, and the exit status to end with (1). Call it in
+// a catch (...) block, which it reports on.
+int reportInternalError(const char* program);
+
+// Makes an exception that escapes any other thread (or anything else that would abort through
+// std::terminate) end the process with reportInternalError's line and status 1. `program` must
+// outlive the process (a string literal). Call once, first thing in main.
+void installLastResortHandler(const char* program);
+
 }  // namespace errors
 }  // namespace corvane
