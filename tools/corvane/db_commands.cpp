@@ -13,6 +13,7 @@
 #include "corvane/settings/data_manager.h"
 #include "corvane/settings/settings_data_store.h"
 #include "corvane/util/install_paths.h"
+#include "corvane/util/json_text.h"
 
 namespace corvane::cli {
 namespace {
@@ -113,7 +114,7 @@ int show(Context& context, const DbOptions& options) {
                                     {"active", condition->active()}});
   }
   if (options.json) {
-    std::printf("%s\n", out.dump(2).c_str());
+    std::printf("%s\n", json_text::dump(out, 2).c_str());
     return kExitOk;
   }
 
@@ -133,7 +134,7 @@ int show(Context& context, const DbOptions& options) {
     std::string speeds;
     const nlohmann::json dict = set->valueDict();
     for (const auto& [key, rpm] : dict.items()) {
-      speeds += (speeds.empty() ? "" : ", ") + key + ": " + rpm.dump() + " rpm";
+      speeds += (speeds.empty() ? "" : ", ") + key + ": " + json_text::dump(rpm) + " rpm";
     }
     std::printf("  %s (%s)%s  %s\n", set->name().c_str(), set->identifier().c_str(),
                 set->isManualFanSet() ? " [manual]" : "", speeds.c_str());
