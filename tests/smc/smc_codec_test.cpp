@@ -1,7 +1,5 @@
 #include <cctype>
-#include <cmath>
 #include <cstring>
-#include <limits>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -84,13 +82,6 @@ TEST(SmcCodec, DecodedValueTellsARealMinusOneFromAFailure) {
   EXPECT_EQ(corvane::smc::decodedValue(makeValue("flag", {0x01})), std::nullopt);
   EXPECT_EQ(corvane::smc::decodedValue(makeValue("si8 ", {0x01, 0x02})), std::nullopt);
   EXPECT_EQ(corvane::smc::decodedValue(makeValue("ui8", {0x05})), std::nullopt);
-}
-
-TEST(SmcCodec, NanIsNotTheSentinel) {
-  const float nan = std::numeric_limits<float>::quiet_NaN();
-  unsigned char bytes[4];
-  std::memcpy(bytes, &nan, 4);
-  EXPECT_TRUE(std::isnan(SMCConvertValueToNumber(makeValue("flt ", {bytes[0], bytes[1], bytes[2], bytes[3]}))));
 }
 
 TEST(SmcCodec, AnOversizedSizeNeverReadsPastTheValue) {
