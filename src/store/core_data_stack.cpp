@@ -49,10 +49,8 @@ bool HWManagedObjectContext::hasChanges() const { return !objects_->pending.empt
 
 void HWManagedObjectContext::adopt(const std::shared_ptr<HWManagedObject>& object) {
   object->context_ = weak_from_this();
-  if (std::find(objects_->pending.begin(), objects_->pending.end(), object) == objects_->pending.end()) {
-    objects_->pending.push_back(object);
-  }
-  if (object->objectID_ != 0) objects_->registered[{object->entity(), object->objectID_}] = object;
+  if (objects_->pendingSet.insert(object.get()).second) objects_->pending.push_back(object);
+  if (object->objectID_ != 0) objects_->enroll(object, object->entity(), object->objectID_);
 }
 
 void HWManagedObjectContext::insertObject(const std::shared_ptr<HWManagedObject>& object) {
@@ -67,6 +65,7 @@ void HWManagedObjectContext::deleteObject(const std::shared_ptr<HWManagedObject>
   if (object->objectID_ == 0) {
     // Never saved: nothing to remove from the file.
     std::erase(objects_->pending, object);
+    objects_->pendingSet.erase(object.get());
     return;
   }
   adopt(object);
@@ -78,9 +77,9 @@ bool HWManagedObjectContext::save(HWError* error) {
   for (const auto& object : objects_->pending) {
     std::shared_ptr<HWManagedObject> target = object;
     if (object->objectID_ != 0) {
-      auto found = parent_->objects_->registered.find({object->entity(), object->objectID_});
-      if (found != parent_->objects_->registered.end() && found->second != object) {
-        target = found->second;
+      auto found = parent_->objects_->lookup(object->entity(), object->objectID_);
+      if (found && found != object) {
+        target = found;
         Access::copyAttributes(*target, *object);
         target->changed_ = object->changed_;
         target->deleted_ = object->deleted_;
@@ -89,6 +88,7 @@ bool HWManagedObjectContext::save(HWError* error) {
     parent_->adopt(target);
   }
   objects_->pending.clear();
+  objects_->pendingSet.clear();
   return true;
 }
 
@@ -137,10 +137,11 @@ bool HWManagedObjectContext::writeToFile(HWError* error) {
     if (object->deleted_) {
       objects_->registered.erase({object->entity(), object->objectID_});
     } else {
-      objects_->registered[{object->entity(), object->objectID_}] = object;
+      objects_->enroll(object, object->entity(), object->objectID_);
     }
   }
   objects_->pending.clear();
+  objects_->pendingSet.clear();
   if (stack->viewContext_.get() == this && stack->didSave_) stack->didSave_();
   return true;
 }
@@ -158,12 +159,13 @@ bool HWManagedObjectContext::saveRecursively() {
 }
 
 void HWManagedObjectContext::refreshAllObjects() {
-  std::vector<std::shared_ptr<HWManagedObject>> gone;
-  for (auto& [key, object] : objects_->registered) {
-    if (object->hasChanges()) continue;
-    if (!Access::objectWithID(*this, key.first, key.second)) gone.push_back(object);
+  std::vector<std::shared_ptr<HWManagedObject>> live;
+  for (auto& [key, weak] : objects_->registered) {
+    if (auto object = weak.lock(); object && !object->hasChanges()) live.push_back(object);
   }
-  for (auto& object : gone) {
+  for (auto& object : live) {
+    if (Access::objectWithID(*this, object->entity(), object->objectID_)) continue;
+    // Its row is gone.
     object->deleted_ = true;
     objects_->registered.erase({object->entity(), object->objectID_});
   }

@@ -338,6 +338,30 @@ std::shared_ptr<HWFanConditionEntity> HWSensorDataStore::createFanConditionWithF
   return condition;
 }
 
+std::int64_t HWSensorDataStore::deleteGraphPoints(const std::vector<std::shared_ptr<HWSensorEntity>>& sensors,
+                                                  HWTimeRange range, double before) {
+  store_detail::StoreFile* file = Access::file(*stack_->viewContext());
+  if (!file || file->readOnly()) return -1;
+  std::lock_guard guard(file->mutex());
+  try {
+    std::int64_t removed = 0;
+    SQLite::Transaction transaction(file->db());
+    for (const auto& sensor : sensors) {
+      if (!sensor || sensor->objectID() == 0) continue;
+      auto& remove = file->statement(
+          R"(DELETE FROM "GraphPoint" WHERE "sensor" = ? AND "timeRange" = ? AND "pointX" < ?)");
+      remove.bind(1, static_cast<int64_t>(sensor->objectID()));
+      remove.bind(2, static_cast<int>(range));
+      remove.bind(3, before);
+      removed += remove.exec();
+    }
+    transaction.commit();
+    return removed;
+  } catch (const std::exception&) {
+    return -1;
+  }
+}
+
 std::shared_ptr<HWGraphPointEntity> HWSensorDataStore::createGraphPoint(
     const std::shared_ptr<HWManagedObjectContext>& context) {
   return std::static_pointer_cast<HWGraphPointEntity>(stack_->insertNewObjectOf(HWEntity::kGraphPoint, contextOr(context)));

@@ -290,7 +290,6 @@ std::vector<std::shared_ptr<HWManagedObject>> Access::fetchObjects(
     const std::string& order, const std::function<bool(const HWManagedObject&)>& matches) {
   std::vector<std::shared_ptr<HWManagedObject>> out;
   std::set<const HWManagedObject*> seen;
-  auto& registered = context.objects_->registered;
   if (StoreFile* store = file(context)) {
     std::lock_guard guard(store->mutex());
     try {
@@ -302,16 +301,14 @@ std::vector<std::shared_ptr<HWManagedObject>> Access::fetchObjects(
       std::vector<std::shared_ptr<HWManagedObject>> rows;
       while (statement.executeStep()) {
         const std::int64_t id = statement.getColumn(0).getInt64();
-        auto found = registered.find({entity, id});
-        std::shared_ptr<HWManagedObject> object;
-        if (found != registered.end()) {
-          object = found->second;
+        std::shared_ptr<HWManagedObject> object = context.objects_->lookup(entity, id);
+        if (object) {
           if (!object->hasChanges()) read(*object, statement);
         } else {
           object = make(entity);
           read(*object, statement);
           object->context_ = context.weak_from_this();
-          registered[{entity, id}] = object;
+          context.objects_->enroll(object, entity, id);
         }
         rows.push_back(object);
       }

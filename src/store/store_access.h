@@ -9,6 +9,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <unordered_set>
 #include <string>
 #include <vector>
 
@@ -18,10 +19,25 @@
 namespace corvane {
 
 struct HWManagedObjectContext::Objects {
-  // Objects of saved rows, by entity and row id: one object per row in a context.
-  std::map<std::pair<HWEntity, std::int64_t>, std::shared_ptr<HWManagedObject>> registered;
-  // Objects with work for the next save, in the order they changed.
+  // Objects of saved rows, by entity and row id: one object per row in a context while anyone
+  // holds it (held weakly, so a week of graph points does not stay in memory).
+  std::map<std::pair<HWEntity, std::int64_t>, std::weak_ptr<HWManagedObject>> registered;
+  std::size_t sweepAt = 1024;
+
+  std::shared_ptr<HWManagedObject> lookup(HWEntity entity, std::int64_t id) const {
+    auto found = registered.find({entity, id});
+    return found == registered.end() ? nullptr : found->second.lock();
+  }
+  void enroll(const std::shared_ptr<HWManagedObject>& object, HWEntity entity, std::int64_t id) {
+    registered[{entity, id}] = object;
+    if (registered.size() < sweepAt) return;
+    std::erase_if(registered, [](const auto& entry) { return entry.second.expired(); });
+    sweepAt = std::max<std::size_t>(1024, registered.size() * 2);
+  }
+  // Objects with work for the next save, in the order they changed (and the same as a set, so
+  // that marking is constant time however many objects a save carries).
   std::vector<std::shared_ptr<HWManagedObject>> pending;
+  std::unordered_set<const HWManagedObject*> pendingSet;
 };
 
 }  // namespace corvane
