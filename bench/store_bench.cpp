@@ -41,8 +41,14 @@ std::shared_ptr<HWSensorDataStore> filledStore(const fs::path& file, int sensors
   category->setType(0);
   std::vector<std::shared_ptr<HWSensorEntity>> list;
   for (int i = 0; i < sensors; ++i) {
-    auto sensor = store->createSensorWithKey("T" + std::to_string(i), nullptr);
-    sensor->setName("Sensor " + std::to_string(i));
+    // Appended, not "literal" + string: g++ 12 at -O2 warns falsely (-Wrestrict) on the latter.
+    const std::string number = std::to_string(i);
+    std::string key = "T";
+    key += number;
+    std::string name = "Sensor ";
+    name += number;
+    auto sensor = store->createSensorWithKey(key, nullptr);
+    sensor->setName(name);
     sensor->setFullName(sensor->name());
     list.push_back(sensor);
   }
