@@ -164,23 +164,22 @@ void HWDataManager::updateForOldDataInContext(const std::shared_ptr<HWManagedObj
   }
 }
 
-bool HWDataManager::buildDataSetNow() {
+std::shared_ptr<HWManagedObjectContext> HWDataManager::dataSetInNewContext() {
   auto context = sensorDataStore_->newContext();
   buildSensorCategoriesInContext(context);
   buildFanSetsInContext(context);
   updateForOldDataInContext(context);
-  return sensorDataStore_->saveContext(context);
+  return context;
 }
+
+bool HWDataManager::buildDataSetNow() { return sensorDataStore_->saveContext(dataSetInNewContext()); }
 
 void HWDataManager::buildDataSet() {
   std::weak_ptr<HWDataManager> weak = weak_from_this();
   internalQueue()->async([weak] {
     auto self = weak.lock();
     if (!self) return;
-    auto context = self->sensorDataStore_->newContext();
-    self->buildSensorCategoriesInContext(context);
-    self->buildFanSetsInContext(context);
-    self->updateForOldDataInContext(context);
+    auto context = self->dataSetInNewContext();
     // The view context belongs to the main queue: the save goes up there, and this queue waits.
     dispatch::mainQueue()->sync([&] { self->sensorDataStore_->saveContext(context); });
     dispatch::mainQueue()->asyncAfter(std::chrono::seconds(1), [weak] {

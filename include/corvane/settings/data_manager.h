@@ -68,6 +68,8 @@ class HWDataManager : public std::enable_shared_from_this<HWDataManager> {
  private:
   explicit HWDataManager(const std::filesystem::path& storeFile);
   void tellDelegates();
+  // A new background context holding the categories, sensors and fan sets, with older data repaired.
+  std::shared_ptr<HWManagedObjectContext> dataSetInNewContext();
   std::shared_ptr<dispatch::Queue> internalQueue();
 
   std::filesystem::path storeFile_;
