@@ -72,6 +72,7 @@ int run(int argc, char** argv) {
   registerSensorCommands(app, context);
   registerSettingsCommands(app, context);
   registerDbCommands(app, context);
+  registerGraphCommand(app, context);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
