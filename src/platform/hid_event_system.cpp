@@ -2,13 +2,16 @@
 
 #include "corvane/platform/platform.h"
 #include "platform/hid_event_system_backends.h"
+#include "platform/sim/sim_smc_driver.h"
 
 namespace corvane::platform {
 
 std::shared_ptr<HidEventSystem> HidEventSystem::create(const Platform& platform) {
   // A recorded machine answers for HID wherever it answers for the SMC: a Linux host has
   // neither, and the two must describe the same machine.
-  if (platform.machine() != nullptr) return sim::hidEventSystemFromProfile(platform.machine());
+  if (platform.machine() != nullptr) {
+    return sim::hidEventSystemFromProfile(platform.machine(), dynamic_cast<const SimSmcDriver*>(&platform.smc()));
+  }
   return nativeHidEventSystem();
 }
 

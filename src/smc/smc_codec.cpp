@@ -1,5 +1,7 @@
 // Decoding of SMC four-character codes and values. Pure functions, no allocation: the decoder
 // runs once per key on every refresh.
+#include <algorithm>
+#include <cmath>
 #include <cstring>
 #include <string>
 
@@ -151,6 +153,95 @@ std::optional<float> decodedValue(const SMCValue& value) {
     default:
       return std::nullopt;
   }
+}
+
+}  // namespace corvane::smc
+
+namespace corvane::smc {
+namespace {
+
+// The two-byte fixed-point types: signedness and fraction bits, as the decoder reads them.
+struct FixedPoint {
+  uint32_t type;
+  bool isSigned;
+  int fractionBits;
+};
+constexpr FixedPoint kFixedPoints[] = {
+    {packFourCc("fp1f"), false, 15}, {packFourCc("fp4c"), false, 12}, {packFourCc("fp5b"), false, 11},
+    {packFourCc("fp6a"), false, 10}, {packFourCc("fp79"), false, 9},  {packFourCc("fp88"), false, 8},
+    {packFourCc("fpa6"), false, 6},  {packFourCc("fpc4"), false, 4},  {packFourCc("fpe2"), false, 2},
+    {packFourCc("sp1e"), true, 14},  {packFourCc("sp3c"), true, 12},  {packFourCc("sp4b"), true, 11},
+    {packFourCc("sp5a"), true, 10},  {packFourCc("sp69"), true, 9},   {packFourCc("sp78"), true, 8},
+    {packFourCc("sp87"), true, 7},   {packFourCc("sp96"), true, 6},   {packFourCc("spb4"), true, 4},
+    {packFourCc("spf0"), false, 0},  {packFourCc("si16"), false, 0},
+};
+
+// Rounds `scaled` into [low, high] and stores it big-endian in `size` bytes.
+void putBigEndian(double scaled, double low, double high, unsigned char* bytes, uint32_t size) {
+  const auto raw = static_cast<int64_t>(std::llround(std::clamp(scaled, low, high)));
+  const auto bits = static_cast<uint64_t>(raw);
+  for (uint32_t i = 0; i < size; ++i) bytes[i] = static_cast<unsigned char>(bits >> (8 * (size - 1 - i)));
+}
+
+}  // namespace
+
+bool encodeValue(double number, SMCValue& value) {
+  if (!std::isfinite(number) || value.dataType[4] != '\0') return false;
+  uint32_t type;
+  std::memcpy(&type, value.dataType, 4);
+  type = (type >> 24) | ((type >> 8) & 0xFF00u) | ((type << 8) & 0xFF0000u) | (type << 24);
+  const uint32_t size = value.dataSize;
+  if (type == packFourCc("ui8 ") || type == packFourCc("ui16") || type == packFourCc("ui32")) {
+    if (size < 1 || size > 4) return false;
+    putBigEndian(number, 0, std::ldexp(1.0, static_cast<int>(8 * size)) - 1, value.bytes, size);
+    return true;
+  }
+  if (type == packFourCc("flt ") && size == 4) {
+    const auto f = static_cast<float>(number);  // host byte order, as the SMC hands it over
+    std::memcpy(value.bytes, &f, sizeof f);
+    return true;
+  }
+  if (type == packFourCc("si8 ") && size == 1) {
+    putBigEndian(number, -128, 127, value.bytes, 1);
+    return true;
+  }
+  if (size != 2) return false;
+  if (type == packFourCc("{pwm")) {
+    putBigEndian(number * 65536.0 / 100.0, 0, 65535, value.bytes, 2);
+    return true;
+  }
+  for (const FixedPoint& format : kFixedPoints) {
+    if (format.type != type) continue;
+    const double scaled = std::ldexp(number, format.fractionBits);
+    putBigEndian(scaled, format.isSigned ? -32768 : 0, format.isSigned ? 32767 : 65535, value.bytes, 2);
+    return true;
+  }
+  return false;
+}
+
+platform::SimValueCodec simValueCodec() {
+  platform::SimValueCodec codec;
+  const auto record = [](uint32_t type, uint32_t size) {
+    SMCValue value{};
+    value.dataSize = size;
+    for (int i = 0; i < 4; ++i) value.dataType[i] = static_cast<char>(type >> (24 - 8 * i));  // no allocation per read
+    return value;
+  };
+  codec.decode = [record](uint32_t type, uint32_t size, const uint8_t* bytes) -> std::optional<double> {
+    if (size > sizeof(SMCValue::bytes)) return std::nullopt;
+    SMCValue value = record(type, size);
+    std::memcpy(value.bytes, bytes, size);
+    return decodedValue(value);
+  };
+  codec.encode = [record](uint32_t type, uint32_t size, double number, uint8_t* bytes) {
+    if (size > sizeof(SMCValue::bytes)) return false;
+    SMCValue value = record(type, size);
+    std::memcpy(value.bytes, bytes, size);
+    if (!encodeValue(number, value)) return false;
+    std::memcpy(bytes, value.bytes, size);
+    return true;
+  };
+  return codec;
 }
 
 }  // namespace corvane::smc

@@ -19,10 +19,12 @@ inline constexpr int kExitBadInput = 2; // malformed arguments, profiles or dump
 // What every command shares: the chosen machine and where the result goes.
 struct Context {
   std::string machine;   // --machine NAME|FILE; empty for the host (or the embedded default)
+  bool dynamics = false;  // --dynamics: a simulated machine's temperatures and fans move
   int exitCode = kExitOk;
 
-  // Installs the platform for the chosen machine; false (with a message on stderr) when the
-  // machine cannot be loaded, and then exitCode is kExitBadInput.
+  // Installs the platform for the chosen machine, with dynamics driven by the dispatch clock and
+  // the host's CPU load when asked; false (with a message on stderr) when the machine cannot be
+  // loaded or cannot move, and then exitCode is kExitBadInput.
   bool installPlatform();
 };
 

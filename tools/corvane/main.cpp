@@ -5,16 +5,33 @@
 #include <CLI/CLI.hpp>
 
 #include "commands.h"
+#include "corvane/dispatch/dispatch.h"
 #include "corvane/platform/kernel_values.h"
 #include "corvane/platform/platform.h"
+#include "corvane/platform/sim_dynamics.h"
+#include "corvane/smc/smc_value.h"
 #include "corvane/util/error.h"
 
 namespace corvane::cli {
 
+namespace {
+
+bool startDynamics(Context& context) {
+  platform::SimDynamicsOptions options;
+  options.clock = [] { return dispatch::now(); };
+  options.codec = smc::simValueCodec();
+  if (platform::enableSimDynamics(platform::current(), std::move(options))) return true;
+  std::fprintf(stderr, "corvane: --dynamics needs a simulated machine, and this host's SMC is real\n");
+  context.exitCode = kExitBadInput;
+  return false;
+}
+
+}  // namespace
+
 bool Context::installPlatform() {
   if (machine.empty()) {
     platform::install(platform::native());
-    return true;
+    return !dynamics || startDynamics(*this);
   }
   std::string error;
   auto profile = platform::resolveMachine(machine, &error);
@@ -33,7 +50,7 @@ bool Context::installPlatform() {
   options.source = platform::isProfileFileName(machine) ? std::filesystem::absolute(machine, ec).string()
                                                         : profile->name;
   platform::install(platform::simulated(std::move(profile), options));
-  return true;
+  return !dynamics || startDynamics(*this);
 }
 
 nlohmann::ordered_json machineJson() {
@@ -67,6 +84,9 @@ int run(int argc, char** argv) {
                  "`corvane profile list` shows them); a value with a '/' or ending in .json is a "
                  "profile FILE (./NAME for a file in this folder)")
       ->type_name("NAME|FILE");
+  app.add_flag("--dynamics", context.dynamics,
+               "Let the simulated machine move: temperatures follow this host's CPU load with a lag, fans "
+               "ramp toward their targets (without it every read gives the recorded value)");
   registerSmcCommands(app, context);
   registerProfileCommands(app, context);
   registerSensorCommands(app, context);

@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 
 #include "corvane/platform/text.h"
+#include "platform/sim/sim_dynamics.h"
 
 namespace corvane::platform {
 namespace {
@@ -135,17 +136,59 @@ kern_return_t SimSmcDriver::read(const SMCKeyData& input, SMCKeyData& output) {
     output.result = kResultBadArgument;
     return 0;
   }
-  if (isSharedKey(entry->key) || hasLocalWrites_.load(std::memory_order_acquire)) {
-    std::lock_guard lock(stateLock_);
-    if (isSharedKey(entry->key)) refreshSharedState();
-    const auto it = written_.find(entry->key);
-    if (it != written_.end()) {
-      std::memcpy(output.bytes, it->second.data(), entry->size);
-      return 0;
-    }
-  }
-  std::memcpy(output.bytes, entry->bytes.data(), entry->size);
+  const std::array<uint8_t, 32> bytes = currentBytes(*entry);
+  std::memcpy(output.bytes, bytes.data(), entry->size);
+  if (sim::SimDynamics* moving = dynamics()) applyDynamics(*moving, *entry, output.bytes);
   return 0;
+}
+
+std::array<uint8_t, 32> SimSmcDriver::currentBytes(const SmcEntry& entry) {
+  if (isSharedKey(entry.key) || hasLocalWrites_.load(std::memory_order_acquire)) {
+    std::lock_guard lock(stateLock_);
+    if (isSharedKey(entry.key)) refreshSharedState();
+    const auto it = written_.find(entry.key);
+    if (it != written_.end()) return it->second;
+  }
+  return entry.bytes;
+}
+
+std::optional<double> SimSmcDriver::currentNumber(sim::SimDynamics& dynamics, uint32_t key) {
+  const SmcEntry* entry = find(key);
+  if (entry == nullptr || entry->status != 0 || entry->result != 0) return std::nullopt;
+  const auto bytes = currentBytes(*entry);
+  return dynamics.codec().decode(entry->type, entry->size, bytes.data());
+}
+
+void SimSmcDriver::applyDynamics(sim::SimDynamics& dynamics, const SmcEntry& entry, uint8_t* bytes) {
+  const char kind = static_cast<char>(entry.key >> 24);
+  const char fan = static_cast<char>(entry.key >> 16);
+  const uint16_t suffix = static_cast<uint16_t>(entry.key);
+  // Temperatures are the "T" keys of the signed fixed-point and float types; other "T" keys
+  // (counts, flags) keep their bytes.
+  const bool temperatureType = (entry.type >> 16) == packFourCc("sp") || entry.type == packFourCc("flt ");
+  const bool temperature = kind == 'T' && temperatureType;
+  const bool fanActual = kind == 'F' && suffix == packFourCc("Ac");
+  if (!temperature && !fanActual) return;
+  const auto value = dynamics.codec().decode(entry.type, entry.size, bytes);
+  if (!value) return;
+  double moved = *value;
+  if (temperature) {
+    moved = dynamics.temperature(unpackFourCc(entry.key), *value);
+  } else {
+    const auto fanKey = [fan](const char* what) { return packFourCc(std::string{'F', fan, what[0], what[1]}); };
+    const auto target = currentNumber(dynamics, fanKey("Tg"));
+    if (!target) return;
+    moved = dynamics.fanSpeed(unpackFourCc(entry.key), *value, *target,
+                              currentNumber(dynamics, fanKey("Mn")).value_or(0),
+                              currentNumber(dynamics, fanKey("Mx")).value_or(0));
+  }
+  if (moved != *value) dynamics.codec().encode(entry.type, entry.size, moved, bytes);
+}
+
+void SimSmcDriver::setDynamics(std::shared_ptr<sim::SimDynamics> dynamics) {
+  std::lock_guard lock(dynamicsLock_);
+  dynamics_.store(dynamics.get(), std::memory_order_release);
+  keptDynamics_.push_back(std::move(dynamics));  // a reader may still be using an earlier one
 }
 
 kern_return_t SimSmcDriver::write(const SMCKeyData& input, SMCKeyData& output) {

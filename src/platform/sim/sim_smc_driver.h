@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <unordered_map>
 #include <vector>
 
@@ -15,6 +16,10 @@
 #include "platform/posix/file_lock.h"
 
 namespace corvane::platform {
+
+namespace sim {
+class SimDynamics;
+}
 
 // IOKit statuses the simulated driver answers with, as the real driver does.
 inline constexpr kern_return_t kIOReturnBadArgument = static_cast<kern_return_t>(0xE00002C2);
@@ -26,7 +31,7 @@ inline constexpr kern_return_t kIOReturnNotWritable = static_cast<kern_return_t>
 inline constexpr uint8_t kSMCResultKeyNotFound = 0x84;
 
 // Thread-safe. With no dynamics every read returns exactly the recorded bytes, or the bytes last
-// written. Writes to fan keys (those beginning with 'F') are kept in `stateFile`, shared by every
+// written; with dynamics, temperatures and fans' actual speeds move from there. Writes to fan keys (those beginning with 'F') are kept in `stateFile`, shared by every
 // process simulating the same machine; other writes stay in this process.
 class SimSmcDriver final : public SmcDriver {
  public:
@@ -47,6 +52,11 @@ class SimSmcDriver final : public SmcDriver {
   kern_return_t close() override;
   kern_return_t call(uint32_t selector, const SMCKeyData& input, SMCKeyData& output) override;
 
+  // Switches dynamics on (see enableSimDynamics); the driver keeps every one it was given.
+  void setDynamics(std::shared_ptr<sim::SimDynamics> dynamics);
+  // The dynamics in force, or null when they are off.
+  sim::SimDynamics* dynamics() const { return dynamics_.load(std::memory_order_acquire); }
+
   CallCounts counts() const;
   void resetCounts();
   // Number of keys enumerated by index (what "#KEY" says when the profile does not record it).
@@ -61,6 +71,12 @@ class SimSmcDriver final : public SmcDriver {
   // Brings written fan values up to date with the state file; called with `stateLock_` held.
   void refreshSharedState();
   bool persist(uint32_t key, const std::array<uint8_t, 32>& bytes, uint32_t size);
+  // The bytes `entry` holds now without dynamics: written, else recorded.
+  std::array<uint8_t, 32> currentBytes(const SmcEntry& entry);
+  // The number key `key` holds now without dynamics; nothing when absent or undecodable.
+  std::optional<double> currentNumber(sim::SimDynamics& dynamics, uint32_t key);
+  // Moves a temperature or a fan's actual speed in `bytes` as the dynamics say.
+  void applyDynamics(sim::SimDynamics& dynamics, const SmcEntry& entry, uint8_t* bytes);
 
   std::shared_ptr<const MachineProfile> profile_;
   std::filesystem::path stateFile_;
@@ -75,6 +91,10 @@ class SimSmcDriver final : public SmcDriver {
   std::mutex stateLock_;
   std::unordered_map<uint32_t, std::array<uint8_t, 32>> written_;  // guarded by stateLock_
   posix::FileStamp stateStamp_;                                    // guarded by stateLock_
+
+  std::atomic<sim::SimDynamics*> dynamics_{nullptr};
+  std::mutex dynamicsLock_;
+  std::vector<std::shared_ptr<sim::SimDynamics>> keptDynamics_;  // guarded by dynamicsLock_
 };
 
 }  // namespace corvane::platform

@@ -1,0 +1,192 @@
+// A simulated machine's dynamics: off, the recorded bytes exactly; on, temperatures that follow
+// a scripted load on the virtual clock within their range, and fans that ramp to their targets.
+#include "corvane/platform/sim_dynamics.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "corvane/dispatch/dispatch.h"
+#include "corvane/platform/hid_event_system.h"
+#include "corvane/platform/text.h"
+#include "corvane/smc/smc_value.h"
+#include "platform/sim/sim_dynamics.h"
+#include "support/test_support.h"
+
+namespace corvane {
+namespace {
+
+class SimDynamicsTest : public ::testing::Test {
+ protected:
+  void install(const char* machine) {
+    testing::installMachine(testing::builtinMachine(machine), dir.path());
+    clock = dispatch::installVirtualTime(1'700'000'000);
+  }
+  bool enable(double rise = 35) {
+    platform::SimDynamicsOptions options;
+    options.clock = [] { return dispatch::now(); };
+    options.load = [this] { return load; };
+    options.codec = smc::simValueCodec();
+    options.fullLoadRise = rise;
+    return platform::enableSimDynamics(platform::current(), std::move(options));
+  }
+  void advance(double seconds) { clock->advance(std::chrono::milliseconds(static_cast<long>(seconds * 1000))); }
+  static double number(const char* key) {
+    SMCValue value{};
+    EXPECT_EQ(SMCReadKey(key, &value), 0) << key;
+    return smc::decodedValue(value).value_or(NAN);
+  }
+  static std::vector<double> hidTemperatures() {
+    std::vector<double> values;
+    const auto services = platform::current().service<platform::HidEventSystem>().services(
+        platform::kHidTemperatureUsagePage, platform::kHidTemperatureUsage, platform::kHidTemperatureEventType);
+    for (const auto& service : services.value_or(std::vector<platform::HidService>{})) values.push_back(*service.value);
+    return values;
+  }
+  void TearDown() override { SMCClose(); }
+
+  testing::TempDir dir;
+  std::shared_ptr<dispatch::VirtualTime> clock;
+  double load = 0;
+};
+
+// Off, a minute at full load changes no byte of any key nor any HID reading; on, the same
+// minute warms the machine, through the SMC and through HID alike.
+TEST_F(SimDynamicsTest, OffReadsTheRecordedBytesOnWarmsUp) {
+  for (const char* machine : {"MacBookPro16,1", "M2-Max"}) {
+    SCOPED_TRACE(machine);
+    install(machine);
+    const auto& profile = *platform::current().machine();
+    load = 1;
+    for (bool on : {false, true}) {
+      if (on) {
+        ASSERT_TRUE(enable());
+      }
+      const std::vector<double> hidBefore = hidTemperatures();
+      std::size_t warmer = 0;
+      for (const auto& entry : profile.smc) {
+        const std::string key = text::unpackFourCc(entry.key);
+        SMCValue first{}, later{};
+        if (SMCReadKey(key.c_str(), &first) != 0) continue;
+        advance(60);
+        ASSERT_EQ(SMCReadKey(key.c_str(), &later), 0);
+        if (!on) {
+          ASSERT_EQ(std::memcmp(later.bytes, entry.bytes.data(), entry.size), 0) << key;
+        } else if (key[0] == 'T' && smc::decodedValue(later) > smc::decodedValue(first)) {
+          ++warmer;
+        }
+        if (on && warmer > 0) break;
+      }
+      EXPECT_EQ(warmer > 0, on);
+      const std::vector<double> hidAfter = hidTemperatures();
+      ASSERT_EQ(hidAfter.size(), hidBefore.size());
+      for (std::size_t i = 0; i < hidAfter.size(); ++i) {
+        if (!on) {
+          EXPECT_EQ(hidAfter[i], profile.hidTemperature[i].value);
+        }
+      }
+      if (on && !hidAfter.empty()) {
+        EXPECT_GT(hidAfter.front(), hidBefore.front());
+      }
+    }
+    SMCClose();
+  }
+}
+
+TEST_F(SimDynamicsTest, TemperaturesFollowTheLoadWithALagAndStayInRange) {
+  struct Case {
+    const char* key;
+    double rise;     // at full load
+    double ceiling;  // where it settles under load: recorded + rise, held at 105
+  };
+  install("MacBookPro16,1");
+  const double cpu = number("TC0P");
+  for (const Case& c : {Case{"TC0P", 35, cpu + 35}, Case{"TC2C", 80, 105}}) {
+    SCOPED_TRACE(c.key);
+    ASSERT_TRUE(enable(c.rise));
+    load = 0;
+    const double recorded = number(c.key);
+    // Under load it climbs without overshoot; once the load goes it falls back, never below
+    // the recorded value by more than the margin.
+    struct Phase {
+      double load;
+      double settles;
+    };
+    for (const Phase& phase : {Phase{1, c.ceiling}, Phase{0, recorded}}) {
+      load = phase.load;
+      double previous = number(c.key);
+      for (int step = 0; step < 20; ++step) {
+        advance(10);
+        const double now = number(c.key);
+        if (phase.load > 0) {
+          EXPECT_GE(now, previous);
+          EXPECT_LE(now, c.ceiling + 0.01);
+        } else {
+          EXPECT_LE(now, previous);
+          EXPECT_GE(now, recorded - 3.01);
+        }
+        if (step == 0) {
+          EXPECT_GT(std::fabs(now - phase.settles), 5) << "no lag";
+        }
+        previous = now;
+      }
+      EXPECT_NEAR(previous, phase.settles, 0.1);
+    }
+  }
+}
+
+TEST_F(SimDynamicsTest, FanRampsToANewTargetInBoundedSteps) {
+  install("MacBookPro16,1");
+  ASSERT_TRUE(enable());
+  const double minimum = number("F0Mn"), maximum = number("F0Mx");
+  const auto write = [](const char* key, double value) {
+    SMCValue record{};
+    ASSERT_EQ(SMCReadKey(key, &record), 0);
+    ASSERT_TRUE(smc::encodeValue(value, record));
+    ASSERT_EQ(SMCWriteKey(record), 0);
+  };
+  write("F0Md", 1);
+  struct Case {
+    double target;   // written
+    double settles;  // within the fan's range
+  };
+  for (const Case& c : {Case{maximum + 1000, maximum}, Case{(minimum + maximum) / 2, (minimum + maximum) / 2},
+                        Case{minimum - 500, minimum}}) {
+    write("F0Tg", c.target);
+    double previous = number("F0Ac");
+    for (int step = 0; step < 12; ++step) {
+      advance(1);
+      const double now = number("F0Ac");
+      EXPECT_LE(std::fabs(now - previous), 500 + 0.5);
+      EXPECT_LE(std::fabs(now - c.settles), std::fabs(previous - c.settles) + 1e-3);  // always closer
+      previous = now;
+    }
+    EXPECT_NEAR(previous, c.settles, 0.5);
+  }
+}
+
+TEST(CpuTimesTest, ParsesTheMachineLine) {
+  struct Case {
+    const char* text;
+    bool parses;
+    uint64_t busy, total;
+  };
+  for (const Case& c : {Case{"cpu  100 5 20 1000 7 1 2 3 0 0\ncpu0 1 1 1 1\n", true, 131, 1138},
+                        Case{"cpu  4 0 6 90\n", true, 10, 100},  // an old kernel's four fields
+                        Case{"cpu  4 0 6\n", false, 0, 0}, Case{"cpu0 4 0 6 90\n", false, 0, 0},
+                        Case{"cpu  4 x 6 90\n", false, 0, 0}}) {
+    const auto times = platform::sim::parseCpuTimes(c.text);
+    ASSERT_EQ(times.has_value(), c.parses) << c.text;
+    if (times) {
+      EXPECT_EQ(std::make_pair(times->busy, times->total), std::make_pair(c.busy, c.total)) << c.text;
+    }
+  }
+}
+
+}  // namespace
+}  // namespace corvane
