@@ -9,7 +9,9 @@
 #include <string>
 #include <vector>
 
+#include "corvane/dispatch/dispatch.h"
 #include "corvane/platform/platform.h"
+#include "corvane/platform/sim_dynamics.h"
 #include "corvane/smc/smc.h"
 #include "corvane/smc/smc_value.h"
 #include "platform/sim/sim_smc_driver.h"
@@ -102,6 +104,28 @@ void BM_ReadCachedKey(benchmark::State& state) {
   SMCClose();
 }
 BENCHMARK(BM_ReadCachedKey);
+
+// A temperature (0) and a fan's actual speed (1) read with the dynamics off (0) and on (1):
+// what moving the values adds to a read.
+void BM_ReadMovingKey(benchmark::State& state) {
+  installBuiltin(std::string(platform::kDefaultMachine).c_str());
+  const bool on = state.range(1) == 1;
+  if (on) {
+    platform::SimDynamicsOptions options;
+    options.clock = [] { return dispatch::now(); };
+    options.load = [] { return 0.5; };
+    options.codec = smc::simValueCodec();
+    platform::enableSimDynamics(platform::current(), std::move(options));
+  }
+  const char* key = state.range(0) == 0 ? "TC0P" : "F0Ac";
+  SMCValue value;
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(SMCReadKey(key, &value));
+  }
+  state.SetLabel(std::string(key) + (on ? " moving" : " as recorded"));
+  SMCClose();
+}
+BENCHMARK(BM_ReadMovingKey)->ArgsProduct({{0, 1}, {0, 1}});
 
 // Lists every key by index, as `corvane smc list` does, on the machine with the most keys.
 void BM_ListLargestProfile(benchmark::State& state) {
