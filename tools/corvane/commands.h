@@ -46,7 +46,9 @@ void registerGraphCommand(CLI::App& app, Context& context);
 // The sensor list with the default switches (named and computed sensors), as `corvane sensors`.
 int runSensorListing(Context& context);
 
-// What `corvane` alone shows.
+// What `corvane` alone shows: the live view in a terminal, else the sensor listing once.
 int runDefaultView(Context& context);
+// The live view of the sensors and fans in this terminal, until the user quits.
+int runLiveView(Context& context);
 
 }  // namespace corvane::cli

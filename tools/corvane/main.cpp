@@ -76,6 +76,8 @@ int run(int argc, char** argv) {
   using namespace corvane::cli;
   CLI::App app{"Corvane: sensors, fans and the SMC of a Mac, or of a recorded one"};
   app.require_subcommand(0, 1);
+  app.footer("Alone in a terminal, corvane shows a live view of the sensors and fans (arrows scroll, q quits); "
+             "piped, it prints them once.");
   app.fallthrough();  // "corvane smc list --machine X" as well as "corvane --machine X smc list"
   Context context;
   app.set_version_flag("--version", "corvane " CORVANE_VERSION, "Print the version and exit");

@@ -171,6 +171,4 @@ void registerSmcCommands(CLI::App& app, Context& context) {
   read->callback([&context, key, readJson] { context.exitCode = readKey(context, *key, *readJson); });
 }
 
-int runDefaultView(Context& context) { return runSensorListing(context); }
-
 }  // namespace corvane::cli

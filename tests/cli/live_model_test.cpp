@@ -1,0 +1,158 @@
+// The live view's rows and sparklines, checked without a terminal.
+#include <cmath>
+#include <limits>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "live_model.h"
+
+namespace corvane::cli::live {
+namespace {
+
+constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+constexpr double kInf = std::numeric_limits<double>::infinity();
+
+struct SparkCase {
+  const char* label;
+  std::vector<double> values;
+  int width;
+  std::string expected;
+  const Glyphs* glyphs = &kBlocks;
+};
+
+TEST(Sparkline, MapsValuesToEightLevels) {
+  const SparkCase cases[] = {
+      {"rising", {0, 1, 2, 3, 4, 5, 6, 7}, 8, "▁▂▃▄▅▆▇█"},
+      {"halfway rounds up", {0, 0.5, 1}, 3, "▁▅█"},
+      {"flat sits mid", {5, 5, 5}, 3, "▄▄▄"},
+      {"gaps stay blank", {0, kNaN, 1, kInf}, 4, "▁ █ "},
+      {"nothing but gaps", {kNaN, kNaN}, 2, "  "},
+      {"keeps the newest", {100, 0, 1}, 2, "▁█"},
+      {"shorter than width", {1, 2}, 5, "▁█"},
+      {"no width", {1, 2}, 0, ""},
+      {"ascii", {0, 7}, 2, "_#", &kAsciiLevels},
+  };
+  for (const auto& c : cases) EXPECT_EQ(sparkline(c.values, c.width, *c.glyphs), c.expected) << c.label;
+}
+
+struct SeriesCase {
+  const char* label;
+  std::vector<TimedValue> history;
+  std::vector<double> expected;  // four slices of 15 minutes ending at kNow
+};
+
+TEST(HourSeries, AveragesReadingsPerSliceOfTheLastHour) {
+  constexpr double kNow = 100000;
+  const SeriesCase cases[] = {
+      {"empty", {}, {kNaN, kNaN, kNaN, kNaN}},
+      {"edges", {{kNow - 3600, 1}, {kNow - 3599, 2}, {kNow, 3}, {kNow + 1, 4}}, {2, kNaN, kNaN, 3}},
+      {"slice boundary", {{kNow - 2700, 5}, {kNow - 2699, 6}}, {5, 6, kNaN, kNaN}},
+      {"mean", {{kNow - 10, 10}, {kNow - 20, 20}, {kNow - 30, kNaN}}, {kNaN, kNaN, kNaN, 15}},
+  };
+  for (const auto& c : cases) {
+    const auto series = hourSeries(c.history, kNow, 4);
+    ASSERT_EQ(series.size(), c.expected.size()) << c.label;
+    for (std::size_t i = 0; i < series.size(); ++i) {
+      if (std::isnan(c.expected[i])) {
+        EXPECT_TRUE(std::isnan(series[i])) << c.label << " slice " << i;
+      } else {
+        EXPECT_DOUBLE_EQ(series[i], c.expected[i]) << c.label << " slice " << i;
+      }
+    }
+  }
+}
+
+TEST(FanModeText, ReadsTheModeKeyElseTheForcedMask) {
+  const struct {
+    std::optional<double> mode, mask;
+    std::uint64_t index;
+    const char* expected;
+  } cases[] = {
+      {0.0, std::nullopt, 0, "auto"}, {1.0, std::nullopt, 0, "forced"}, {0.0, 3.0, 1, "auto"},
+      {std::nullopt, 2.0, 1, "forced"}, {std::nullopt, 2.0, 0, "auto"}, {kNaN, 1.0, 0, "forced"},
+      {std::nullopt, std::nullopt, 0, "-"}, {std::nullopt, 65535.0, 16, "-"},
+  };
+  for (const auto& c : cases) EXPECT_EQ(fanModeText(c.mode, c.mask, c.index), c.expected) << c.index;
+}
+
+// A sensor as the view builds it from its own readings: unsaved, in an unsaved category.
+struct SensorSpec {
+  const char* key;
+  std::int16_t type;  // -1: in no category
+  double value, recordedMin, recordedMax;
+  double minLimit = 0, maxLimit = 0;
+  std::vector<TimedValue> history{};
+};
+
+struct RowsCase {
+  const char* label;
+  UnitPreferences units;
+  std::vector<SensorSpec> sensors;
+  int sparkWidth;
+  std::vector<std::string> expected;  // "# Header" or "key value status min max mode spark"
+};
+
+class BuildRows : public ::testing::Test {
+ protected:
+  void TearDown() override { setUnitPreferencesProvider(nullptr); }
+};
+
+TEST_F(BuildRows, GroupsByCategoryInTheUsersUnits) {
+  constexpr double kNow = 50000;
+  const RowsCase cases[] = {
+      {"celsius, categories in type order",
+       {true, 0},
+       {{"0", 1, 2000, 1200, 2400, 1200, 6000}, {"TC0P", 0, 75, 40, kNothingRecorded}, {"PSTR", 4, 7.5, 7.25, 8}},
+       0,
+       {"# Temperature", "TC0P 75° High 40° - ", "# Fan", "0 2000rpm Normal 1200rpm 2400rpm ", "# Power",
+        "PSTR 7.50W OK 7.25W 8.00W "}},
+      {"fahrenheit and fan share",
+       {false, 1},
+       {{"TC0E", 0, 100, kRecordedMinStart, 100}, {"1", 1, 3600, 1200, 6000, 1200, 6000}},
+       0,
+       {"# Temperature", "TC0E 212°F Very high - 212°F ", "# Fan", "1 50% Normal 0% 100% "}},
+      {"unreadable and uncategorised",
+       {true, 0},
+       {{"TB0T", 0, kNaN, kRecordedMinStart, kNothingRecorded}, {"XXXX", -1, 1, 1, 1}},
+       0,
+       {"# Temperature", "TB0T - -- - - "}},
+      {"sparkline of the hour",
+       {true, 0},
+       {{"VP0R", 2, 12, 11, 12, 0, 0, {{kNow - 3000, 11}, {kNow - 5, 12}}}},
+       4,
+       {"# Voltage", "VP0R 12.00V OK 11.00V 12.00V ▁  █"}},
+  };
+  for (const auto& c : cases) {
+    setUnitPreferencesProvider([units = c.units] { return units; });
+    std::vector<std::shared_ptr<HWSensorCategoryEntity>> categories;
+    for (std::int16_t type = 0; type < 5; ++type) {
+      categories.push_back(std::make_shared<HWSensorCategoryEntity>());
+      categories.back()->setType(type);
+    }
+    std::vector<SensorInput> inputs;
+    for (const auto& spec : c.sensors) {
+      auto sensor = std::make_shared<HWSensorEntity>();
+      sensor->setKey(spec.key);
+      if (spec.type >= 0) sensor->setCategory(categories[static_cast<std::size_t>(spec.type)]);
+      sensor->setValue(spec.value);
+      sensor->setMinValue(spec.minLimit);
+      sensor->setMaxValue(spec.maxLimit);
+      sensor->setRecordedMinValue(spec.recordedMin);
+      sensor->setRecordedMaxValue(spec.recordedMax);
+      inputs.push_back({sensor, spec.history, ""});
+    }
+    std::vector<std::string> shown;
+    for (const auto& row : buildRows(inputs, kNow, c.sparkWidth)) {
+      shown.push_back(row.kind == Row::Kind::kHeader
+                          ? "# " + row.name
+                          : row.key + " " + row.value + " " + row.status + " " + row.minimum + " " + row.maximum +
+                                " " + row.fanMode + row.sparkline);
+    }
+    EXPECT_EQ(shown, c.expected) << c.label;
+  }
+}
+
+}  // namespace
+}  // namespace corvane::cli::live
