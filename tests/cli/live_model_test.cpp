@@ -39,7 +39,7 @@ TEST(Sparkline, MapsValuesToEightLevels) {
 
 struct SeriesCase {
   const char* label;
-  std::vector<TimedValue> history;
+  std::vector<GraphSample> history;
   std::vector<double> expected;  // four slices of 15 minutes ending at kNow
 };
 
@@ -83,7 +83,7 @@ struct SensorSpec {
   std::int16_t type;  // -1: in no category
   double value, recordedMin, recordedMax;
   double minLimit = 0, maxLimit = 0;
-  std::vector<TimedValue> history{};
+  std::vector<GraphSample> history{};
 };
 
 struct RowsCase {

@@ -11,21 +11,16 @@
 #include <vector>
 
 #include "corvane/store/entities.h"
+#include "graph_data.h"
 
 namespace corvane::cli::live {
-
-// A reading at a wall-clock time (seconds since 1970), in the sensor's base unit.
-struct TimedValue {
-  double time = 0;
-  double value = 0;
-};
 
 // One sensor as the view knows it: a stored sensor while a daemon writes the store, else an
 // unsaved one the view fills from its own readings (so statuses and units follow the same rules
 // either way). Its recorded extremes are the minimum and maximum seen; `history` is in time order.
 struct SensorInput {
   std::shared_ptr<const HWSensorEntity> sensor;
-  std::vector<TimedValue> history;
+  std::vector<GraphSample> history;  // any unit: a sparkline shows only the shape
   std::string fanMode;  // fans only: fanModeText()
 };
 
@@ -55,7 +50,7 @@ std::string sparkline(const std::vector<double>& values, int width, const Glyphs
 
 // The hour before `now` cut into `columns` equal slices: the mean of the readings in each slice,
 // NaN where there is none. Readings outside the hour are left out.
-std::vector<double> hourSeries(const std::vector<TimedValue>& history, double now, int columns);
+std::vector<double> hourSeries(const std::vector<GraphSample>& history, double now, int columns);
 
 // A fan's mode: its mode key when the SMC has one (0 automatic, else forced), else its bit in the
 // older forced-fans mask; "-" when neither can be read.

@@ -35,6 +35,7 @@
 #include "corvane/settings/data_manager.h"
 #include "corvane/settings/settings_data_store.h"
 #include "corvane/smc/fan_keys.h"
+#include "graph_data.h"
 #include "live_model.h"
 
 namespace corvane::cli {
@@ -42,7 +43,6 @@ namespace {
 
 using live::Row;
 using live::SensorInput;
-using live::TimedValue;
 
 // ---- signals: each becomes one byte on a pipe the input thread waits on ----
 
@@ -218,8 +218,7 @@ class LiveView final : public HWSensorDataStoreDelegate,
       for (const auto& sensor : category->filterSensors()) {
         auto& history = storedHistory_[sensor->key()];
         if (fetchHistory) {
-          history.clear();
-          for (const auto& point : sensor->hourGraphPoints()) history.push_back({point->pointX(), point->pointY()});
+          history = storedHour(*sensor, now);
         }
         inputs.push_back({sensor, history, fanMode(*sensor)});
       }
@@ -231,9 +230,21 @@ class LiveView final : public HWSensorDataStoreDelegate,
  private:
   struct Own {
     std::shared_ptr<HWSensorEntity> sensor;
-    std::deque<TimedValue> history;
+    std::deque<GraphSample> history;
   };
   static constexpr double kHistoryRefetchSeconds = 10;
+
+  // The hour points the daemon stored, moved to end at `now` when the store runs ahead of this
+  // clock (a store filled on a simulated clock), so its last hour still shows.
+  static std::vector<GraphSample> storedHour(const HWSensorEntity& sensor, double now) {
+    const auto date = dates::Date(std::chrono::duration_cast<dates::Date::duration>(std::chrono::duration<double>(now)));
+    auto samples = graphDataForSensor(sensor, HWTimeRange::kHour, date).samples;
+    const double ahead = samples.empty() ? 0 : samples.back().time - now;
+    if (ahead > 0) {
+      for (auto& sample : samples) sample.time -= ahead;
+    }
+    return samples;
+  }
 
   void tick() {
     // A daemon that has gone quiet for three intervals is taken to have stopped.
@@ -334,7 +345,7 @@ class LiveView final : public HWSensorDataStoreDelegate,
   std::string machineName_;
   std::shared_ptr<HWSensorCategoryEntity> categories_[5];
   std::map<std::string, Own> own_;
-  std::map<std::string, std::vector<TimedValue>> storedHistory_;
+  std::map<std::string, std::vector<GraphSample>> storedHistory_;
   std::vector<SensorInput> inputs_;
   std::shared_ptr<dispatch::TimerSource> timer_;
   bool following_ = false;
