@@ -108,6 +108,22 @@ void BM_PruneOldestPointOf200Sensors(benchmark::State& state) {
 }
 BENCHMARK(BM_PruneOldestPointOf200Sensors)->Unit(benchmark::kMicrosecond)->Iterations(500);
 
+// 200 sensors with 1,000 hour points each, all of them out of date at once (a store left alone
+// for longer than the range): one pass removes all 200,000.
+void BM_Prune200000PointsOf200Sensors(benchmark::State& state) {
+  const fs::path file = scratchFile("prune-all.sqlite");
+  std::int64_t removed = 0;
+  for (auto _ : state) {
+    state.PauseTiming();
+    auto store = filledStore(file, 200, 1000, {10, 10, 10});
+    const auto sensors = store->allSensors();
+    state.ResumeTiming();
+    removed += store->deleteGraphPoints(sensors, HWTimeRange::kHour, 1'800'000'000);
+  }
+  state.counters["removedPerPass"] = static_cast<double>(removed) / static_cast<double>(state.iterations());
+}
+BENCHMARK(BM_Prune200000PointsOf200Sensors)->Unit(benchmark::kMillisecond)->Iterations(3);
+
 // A week of history for 150 sensors, pruned to each range's window: 360 hour points (10 s),
 // 360 day points (240 s), 336 week points (1,800 s) per sensor.
 void BM_WeekOfHistorySize(benchmark::State& state) {

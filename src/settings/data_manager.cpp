@@ -6,6 +6,7 @@
 
 #include "corvane/settings/notification_utils.h"
 #include "corvane/util/install_paths.h"
+#include "platform/log.h"
 #include "util/weak_list.h"
 
 namespace corvane {
@@ -114,7 +115,7 @@ void HWDataManager::buildDatabase() {
   buildDataSet();
 }
 
-void HWDataManager::backwardCompability() {
+void HWDataManager::removeRealmDatabase() {
   // The store engine before SQLite left "db.realm" and companions; they are of no use now.
   const auto realm = storeFile_.parent_path() / "db.realm";
   std::error_code ec;
@@ -124,6 +125,52 @@ void HWDataManager::backwardCompability() {
     std::error_code ignored;
     std::filesystem::remove_all(realm.string() + extension, ignored);
   }
+}
+
+void HWDataManager::backwardCompability() {
+  removeRealmDatabase();
+  // Only the product's own store moves with the container; a store named by the user stays put.
+  const auto legacy = files::legacyAppGroupURL();
+  if (legacy && storeFile_.parent_path() == files::appGroupURL()) {
+    migrateLegacyAppGroupDataIfNeeded(*legacy, storeFile_.parent_path());
+  }
+}
+
+void HWDataManager::migrateLegacyAppGroupDataIfNeeded(const std::filesystem::path& oldContainer,
+                                                      const std::filesystem::path& newContainer) {
+  namespace fs = std::filesystem;
+  std::error_code ec;
+  if (!fs::is_directory(oldContainer, ec)) return;
+  if (!fs::exists(newContainer, ec)) {
+    fs::create_directories(newContainer, ec);
+    if (ec) {
+      platform::log("❌ Failed to create new App Group directory: " + ec.message());
+      return;
+    }
+  }
+  bool copied = false;
+  for (const char* name : {"Database.sqlite", "Database.sqlite-wal", "Database.sqlite-shm"}) {
+    const fs::path from = oldContainer / name;
+    const fs::path to = newContainer / name;
+    if (!fs::exists(from, ec)) continue;
+    if (fs::exists(to, ec)) {
+      fs::remove(to, ec);
+      if (ec) {
+        platform::log("⚠️ Failed to remove old file at " + to.string() + ": " + ec.message());
+        continue;
+      }
+    }
+    fs::copy_file(from, to, ec);
+    if (ec) {
+      platform::log(std::string("❌ Error copying ") + name + ": " + ec.message());
+      continue;
+    }
+    platform::log(std::string("✅ Copied ") + name + " to new App Group path");
+    copied = true;
+  }
+  if (!copied) return;
+  fs::remove_all(oldContainer, ec);
+  platform::log(ec ? "⚠️ Failed to remove old App Group folder: " + ec.message() : "🗑️ Removed old App Group folder");
 }
 
 void HWDataManager::buildSensorCategoriesInContext(const std::shared_ptr<HWManagedObjectContext>& context) {

@@ -58,6 +58,11 @@ const std::vector<std::vector<std::string>>& migrations() {
            "sensor" INTEGER REFERENCES "Sensor"("id") ON DELETE CASCADE, "sensorOrder" INTEGER))",
       // Sampling and pruning touch one sensor's range by time: they cost what they change.
       R"(CREATE INDEX "GraphPoint_sampling" ON "GraphPoint"("sensor", "timeRange", "pointX"))",
+  }, {
+      // Version 2: the value joins the index, so a sensor's extremes and its graph are read from
+      // the index alone, never from the rows.
+      R"(DROP INDEX "GraphPoint_sampling")",
+      R"(CREATE INDEX "GraphPoint_sampling" ON "GraphPoint"("sensor", "timeRange", "pointX", "pointY"))",
   }};
   return steps;
 }

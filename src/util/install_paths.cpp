@@ -54,6 +54,7 @@ std::optional<std::string> oldApplicationSupportPath() {
 }
 
 std::filesystem::path appGroupURL() { return locations().appGroupContainer(); }
+std::optional<std::filesystem::path> legacyAppGroupURL() { return locations().legacyAppGroupContainer(); }
 
 std::string smcExeSrcPath() { return executableFolder() + "/Corvane SMC"; }
 std::optional<std::string> smcExePath() { return appendedTo(applicationSupportPath(), "/Corvane SMC"); }

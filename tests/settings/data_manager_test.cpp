@@ -96,5 +96,56 @@ TEST_F(DataManagerTest, OldStoreEngineFilesGoOnlyWhenItsStoreExists) {
   EXPECT_FALSE(std::filesystem::exists(group / "db.realm.lock"));
 }
 
+// Carrying the store over to a moved app-group container: what ends where, and what is said.
+TEST_F(DataManagerTest, StoreFilesMoveFromTheOldAppGroupContainerOnce) {
+  namespace fs = std::filesystem;
+  struct Case {
+    const char* name;
+    std::vector<std::string> oldFiles;  // empty with oldExists: an old folder without a store
+    bool oldExists, newCreatable;
+    std::vector<std::string> logged;
+    bool oldRemains;
+  };
+  const Case cases[] = {
+      {"no old container", {}, false, true, {}, false},
+      {"old container without a store", {}, true, true, {}, true},
+      {"store and log", {"Database.sqlite", "Database.sqlite-wal"}, true, true,
+       {"✅ Copied Database.sqlite to new App Group path", "✅ Copied Database.sqlite-wal to new App Group path",
+        "🗑️ Removed old App Group folder"}, false},
+      {"new container cannot be made", {"Database.sqlite"}, true, false,
+       {"❌ Failed to create new App Group directory: "}, true},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    testing::TempDir root;
+    const fs::path oldGroup = root.path() / "old", parent = root.path() / "parent";
+    if (c.oldExists) fs::create_directories(oldGroup);
+    for (const auto& name : c.oldFiles) std::ofstream(oldGroup / name) << "old " << name;
+    if (c.newCreatable) {
+      fs::create_directories(parent / "new");
+      std::ofstream(parent / "new" / "Database.sqlite") << "stale";
+    } else {
+      std::ofstream(parent) << "a file where the folder should be";
+    }
+    ::testing::internal::CaptureStderr();
+    HWDataManager::migrateLegacyAppGroupDataIfNeeded(oldGroup, parent / "new");
+    const std::string log = ::testing::internal::GetCapturedStderr();
+    std::size_t at = 0;
+    for (const auto& line : c.logged) {
+      at = log.find(line, at);
+      EXPECT_NE(at, std::string::npos) << line << " in:\n" << log;
+    }
+    if (c.logged.empty()) {
+      EXPECT_EQ(log, "");
+    }
+    EXPECT_EQ(fs::exists(oldGroup), c.oldRemains);
+    for (const auto& name : c.oldFiles) {
+      if (!c.newCreatable) continue;
+      std::ifstream in(parent / "new" / name);
+      EXPECT_EQ(std::string(std::istreambuf_iterator<char>(in), {}), "old " + name);
+    }
+  }
+}
+
 }  // namespace
 }  // namespace corvane

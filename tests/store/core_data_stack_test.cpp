@@ -83,6 +83,32 @@ TEST_F(CoreDataStackTest, UnusableFilesAreSetAsideAndReplaced) {
   }
 }
 
+// A sensor's extremes are read from the index alone; a store of the first version gains that
+// index on opening and keeps its rows.
+TEST_F(CoreDataStackTest, FirstVersionStoreIsMigratedKeepingItsRows) {
+  const char* extremes = R"(EXPLAIN QUERY PLAN SELECT MAX("pointY") FROM "GraphPoint" WHERE "sensor" = 1)";
+  {
+    auto writer = HWCoreDataStack::create(file, true);
+    insert<HWSensorCategoryEntity>(*writer, HWEntity::kCategory, nullptr)->setName("Temperature");
+    ASSERT_TRUE(writer->saveViewContext());
+  }
+  {
+    SQLite::Database db(file.string(), SQLite::OPEN_READWRITE);
+    db.exec(R"(DROP INDEX "GraphPoint_sampling")");
+    db.exec(R"(CREATE INDEX "GraphPoint_sampling" ON "GraphPoint"("sensor", "timeRange", "pointX"))");
+    db.exec("PRAGMA user_version = 1");
+  }
+  auto stack = HWCoreDataStack::create(file, true);
+  ASSERT_TRUE(stack->hasStore());
+  EXPECT_EQ(stack->objectsOf(HWEntity::kCategory).size(), 1u);
+  SQLite::Database db(file.string());
+  EXPECT_EQ(db.execAndGet("PRAGMA user_version").getInt(), HWCoreDataStack::kSchemaVersion);
+  SQLite::Statement plan(db, extremes);
+  ASSERT_TRUE(plan.executeStep());
+  EXPECT_NE(plan.getColumn(3).getString().find("COVERING INDEX GraphPoint_sampling"), std::string::npos)
+      << plan.getColumn(3).getString();
+}
+
 TEST_F(CoreDataStackTest, NewerSchemaOpensReadOnlyAndIsNeverWritten) {
   {
     auto writer = HWCoreDataStack::create(file, true);

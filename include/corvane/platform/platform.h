@@ -26,6 +26,9 @@ class FileLocations {
   virtual ~FileLocations() = default;
   // The app-group container shared by every process of the product (not created here).
   virtual std::filesystem::path appGroupContainer() const = 0;
+  // The container an earlier system version used for the same group, when the system has moved
+  // it (the store files are carried over from there once); nothing where it never moved.
+  virtual std::optional<std::filesystem::path> legacyAppGroupContainer() const { return std::nullopt; }
   // The user's Documents folder.
   virtual std::filesystem::path documentsDirectory() const = 0;
   // The user's Application Support folder (the product adds its own folder inside), or nothing

@@ -47,8 +47,14 @@ class HWDataManager : public std::enable_shared_from_this<HWDataManager> {
 
   // backwardCompability, then buildDataSet. Called once at start.
   void buildDatabase();
-  // Removes the old storage engine's "db.realm" (and its companions) from the app-group container.
+  // Removes the old storage engine's "db.realm" (and its companions) from the app-group container;
+  // where the system has moved the app-group container, carries the store over from the old one.
   void backwardCompability();
+  // Copies the three store files from `oldContainer` into `newContainer` (replacing those there)
+  // and, when anything was copied, removes the old container; every step is logged. Nothing
+  // happens when the old container is not a folder.
+  static void migrateLegacyAppGroupDataIfNeeded(const std::filesystem::path& oldContainer,
+                                                const std::filesystem::path& newContainer);
   // On the internal queue: categories and sensors, the first fan set, repairs, one save; one
   // second later on the main queue the data set is ready and the delegates are told.
   void buildDataSet();
@@ -68,6 +74,7 @@ class HWDataManager : public std::enable_shared_from_this<HWDataManager> {
  private:
   explicit HWDataManager(const std::filesystem::path& storeFile);
   void tellDelegates();
+  void removeRealmDatabase();
   // A new background context holding the categories, sensors and fan sets, with older data repaired.
   std::shared_ptr<HWManagedObjectContext> dataSetInNewContext();
   std::shared_ptr<dispatch::Queue> internalQueue();

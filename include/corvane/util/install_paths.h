@@ -21,6 +21,8 @@ std::optional<std::string> applicationSupportPath();
 std::optional<std::string> oldApplicationSupportPath();
 // The app-group container shared by every process of the product.
 std::filesystem::path appGroupURL();
+// The app-group container of earlier system versions, where the system has moved it.
+std::optional<std::filesystem::path> legacyAppGroupURL();
 
 // Where the SMC helper tool ships: beside the main executable.
 std::string smcExeSrcPath();

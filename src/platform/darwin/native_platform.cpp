@@ -15,8 +15,10 @@
 namespace corvane::platform {
 namespace {
 
-// The app group shared by every process of the product.
+// The app group shared by every process of the product, and the signing team whose identifier
+// prefixes its container from macOS 15 on.
 constexpr const char* kAppGroup = "group.com.corvane.core";
+constexpr const char* kTeamIdentifier = "C0RVANE7QX";
 
 std::filesystem::path homeFolder() {
   const char* home = std::getenv("HOME");
@@ -25,11 +27,23 @@ std::filesystem::path homeFolder() {
   return entry != nullptr && entry->pw_dir != nullptr ? entry->pw_dir : "/tmp";
 }
 
+bool containerIsTeamPrefixed() {
+  if (__builtin_available(macOS 15.0, *)) return true;
+  return false;
+}
+
+std::filesystem::path groupContainers() { return homeFolder() / "Library" / "Group Containers"; }
+
 // The user-domain folders of the file manager, and the system's local Applications folder.
 class LibraryFileLocations final : public FileLocations {
  public:
   std::filesystem::path appGroupContainer() const override {
-    return homeFolder() / "Library" / "Group Containers" / kAppGroup;
+    if (containerIsTeamPrefixed()) return groupContainers() / (std::string(kTeamIdentifier) + "." + kAppGroup);
+    return groupContainers() / kAppGroup;
+  }
+  std::optional<std::filesystem::path> legacyAppGroupContainer() const override {
+    if (!containerIsTeamPrefixed()) return std::nullopt;
+    return groupContainers() / kAppGroup;
   }
   std::filesystem::path documentsDirectory() const override { return homeFolder() / "Documents"; }
   std::optional<std::filesystem::path> applicationSupportDirectory() const override {
