@@ -51,7 +51,7 @@ std::string sparkline(const std::vector<double>& values, int width, const Glyphs
   return line;
 }
 
-std::vector<double> hourSeries(const std::vector<GraphSample>& history, double now, int columns) {
+std::vector<double> hourSeries(std::span<const GraphSample> history, double now, int columns) {
   if (columns <= 0) return {};
   std::vector<double> sums(static_cast<std::size_t>(columns), 0);
   std::vector<int> counts(static_cast<std::size_t>(columns), 0);

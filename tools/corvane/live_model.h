@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -17,10 +18,11 @@ namespace corvane::cli::live {
 
 // One sensor as the view knows it: a stored sensor while a daemon writes the store, else an
 // unsaved one the view fills from its own readings (so statuses and units follow the same rules
-// either way). Its recorded extremes are the minimum and maximum seen; `history` is in time order.
+// either way). Its recorded extremes are the minimum and maximum seen; `history` (owned by the
+// caller) may hold readings older than the hour, which are left out.
 struct SensorInput {
   std::shared_ptr<const HWSensorEntity> sensor;
-  std::vector<GraphSample> history;  // any unit: a sparkline shows only the shape
+  std::span<const GraphSample> history;  // any unit: a sparkline shows only the shape
   std::string fanMode;  // fans only: fanModeText()
 };
 
@@ -50,7 +52,7 @@ std::string sparkline(const std::vector<double>& values, int width, const Glyphs
 
 // The hour before `now` cut into `columns` equal slices: the mean of the readings in each slice,
 // NaN where there is none. Readings outside the hour are left out.
-std::vector<double> hourSeries(const std::vector<GraphSample>& history, double now, int columns);
+std::vector<double> hourSeries(std::span<const GraphSample> history, double now, int columns);
 
 // A fan's mode: its mode key when the SMC has one (0 automatic, else forced), else its bit in the
 // older forced-fans mask; "-" when neither can be read.

@@ -21,7 +21,6 @@
 #include <condition_variable>
 #include <cstdio>
 #include <cstring>
-#include <deque>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -173,8 +172,6 @@ class LiveView final : public HWSensorDataStoreDelegate,
     }
   }
 
-  bool quitting() const { return quitting_; }
-
   void readerDidReadWithResult(HWBaseReader<HWSensorReader::SensorList>&,
                                const HWSensorReader::SensorList& list) override {
     if (following_) return;
@@ -198,8 +195,13 @@ class LiveView final : public HWSensorDataStoreDelegate,
         if (value < own.sensor->recordedMinValue()) own.sensor->setRecordedMinValue(value);
         own.history.push_back({now, value});
       }
-      while (!own.history.empty() && own.history.front().time <= hourAgo) own.history.pop_front();
-      inputs.push_back({own.sensor, {own.history.begin(), own.history.end()}, fanMode(*own.sensor)});
+      // Readings older than the hour go in batches, so a tick rarely moves the history.
+      if (!own.history.empty() && own.history.front().time <= hourAgo - kTrimSeconds) {
+        own.history.erase(own.history.begin(),
+                          std::find_if(own.history.begin(), own.history.end(),
+                                       [hourAgo](const GraphSample& reading) { return reading.time > hourAgo; }));
+      }
+      inputs.push_back({own.sensor, own.history, fanMode(*own.sensor)});
     }
     inputs_ = std::move(inputs);
     draw();
@@ -209,8 +211,8 @@ class LiveView final : public HWSensorDataStoreDelegate,
     const double now = dispatch::now();
     following_ = true;
     lastAnnouncement_ = now;
-    // Hour points come far less often than readings; their history is fetched again at most
-    // once per slice of the sparkline's finest useful step.
+    // Hour points are stored every few readings, not at each one: fetching them every ten
+    // seconds keeps following a daemon cheap.
     const bool fetchHistory = now - lastHistoryFetch_ >= kHistoryRefetchSeconds;
     if (fetchHistory) lastHistoryFetch_ = now;
     std::vector<SensorInput> inputs;
@@ -230,9 +232,10 @@ class LiveView final : public HWSensorDataStoreDelegate,
  private:
   struct Own {
     std::shared_ptr<HWSensorEntity> sensor;
-    std::deque<GraphSample> history;
+    std::vector<GraphSample> history;
   };
   static constexpr double kHistoryRefetchSeconds = 10;
+  static constexpr double kTrimSeconds = 300;
 
   // The hour points the daemon stored, moved to end at `now` when the store runs ahead of this
   // clock (a store filled on a simulated clock), so its last hour still shows.
