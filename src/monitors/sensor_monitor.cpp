@@ -63,6 +63,8 @@ std::shared_ptr<HWSensorMonitor> HWSensorMonitor::create(std::shared_ptr<HWDataM
     if (auto self = weak.lock()) self->sensorReader_->read();
   });
   monitor->dataManager_->settingsDataStore()->addDelegate(monitor);
+  monitor->dataManager_->sensorDataStore()->addDelegate(monitor);
+  monitor->dataManager_->addDelegate(monitor);
   return monitor;
 }
 
@@ -77,6 +79,47 @@ double HWSensorMonitor::updateInterval() const {
   return static_cast<double>(dataManager_->settingsDataStore()->updateInterval());
 }
 
+void HWSensorMonitor::loadRecords() {
+  records_.clear();
+  keepRecords(dataManager_->sensorDataStore()->allSensors());
+  recordsLoaded_ = true;
+}
+
+void HWSensorMonitor::keepRecords(const std::vector<std::shared_ptr<HWSensorEntity>>& sensors) {
+  // Backwards, so that of two sensors with one key the first stays, as with a fetch by key.
+  for (auto sensor = sensors.rbegin(); sensor != sensors.rend(); ++sensor) {
+    Record& slot = records_[(*sensor)->key()];
+    if (slot.sensor != *sensor) slot = {*sensor, (*sensor)->categoryTypeNumber()};
+  }
+}
+
+const HWSensorMonitor::Record& HWSensorMonitor::storedRecord(const std::string& key) {
+  if (!recordsLoaded_) loadRecords();
+  auto [found, added] = records_.try_emplace(key);
+  Record& record = found->second;
+  if (added || (record.sensor && record.sensor->isDeleted())) {
+    record.sensor = dataManager_->sensorDataStore()->getSensorByKey(key);
+    record.categoryType = record.sensor ? record.sensor->categoryTypeNumber() : -1;
+  }
+  return record;
+}
+
+std::vector<std::shared_ptr<HWSensorEntity>> HWSensorMonitor::storedSensors() {
+  if (!recordsLoaded_) loadRecords();
+  std::vector<std::shared_ptr<HWSensorEntity>> sensors;
+  sensors.reserve(records_.size());
+  for (const auto& [key, record] : records_) {
+    if (record.sensor && !record.sensor->isDeleted()) sensors.push_back(record.sensor);
+  }
+  return sensors;
+}
+
+void HWSensorMonitor::sensorDataStoreSensorsDidChanged(const std::vector<std::shared_ptr<HWSensorEntity>>& sensors) {
+  if (recordsLoaded_) keepRecords(sensors);
+}
+
+void HWSensorMonitor::dataManagerDataSetReady() { recordsLoaded_ = false; }
+
 void HWSensorMonitor::setup() { allSensors_ = sensorReader_->getAllSensors(); }
 
 void HWSensorMonitor::start() {
@@ -84,14 +127,15 @@ void HWSensorMonitor::start() {
   timerCountForDay_ = 0;
   timerCountForWeek_ = 0;
   timerCountForOptimize_ = 0;
+  loadRecords();
   removeOutOfDateGraphPoints();
 
-  const auto& store = dataManager_->sensorDataStore();
-  for (const auto& record : store->allSensors()) {
+  for (const auto& record : storedSensors()) {
     record->setRecordedMinValue(record->finalRecordedMinValue());
     record->setRecordedMaxValue(record->finalRecordedMaxValue());
   }
 
+  const auto& store = dataManager_->sensorDataStore();
   sensorReader_->setShowHIDSensors(store->showHIDSensors());
   sensorReader_->setShowComputedSensors(store->showComputedSensors());
   sensorReader_->setShowUnknownSensors(store->showUnknownSensors());
@@ -126,7 +170,8 @@ void HWSensorMonitor::updateSensorData() {
 
   for (const auto& reading : allSensors_) {
     if (!reading) continue;
-    auto record = store->getSensorByKey(reading->key());
+    const Record& stored = storedRecord(reading->key());
+    const auto& record = stored.sensor;
     // A reading the store has no record for (a sensor discovered after the data set was built)
     // waits for the next build.
     if (!record) continue;
@@ -150,8 +195,7 @@ void HWSensorMonitor::updateSensorData() {
     if (weekDue) point->setTimeRange(static_cast<std::int16_t>(HWTimeRange::kWeek));
     point->setSensor(record);
 
-    const std::int64_t type = record->categoryTypeNumber();
-    if (type != kTemperatureCategory && type != kFanCategory) {
+    if (stored.categoryType != kTemperatureCategory && stored.categoryType != kFanCategory) {
       // Whole-unit bounds for the graph; a flat voltage, current or power still gets a span.
       double minValue = std::floor(record->recordedMinValue());
       const double maxValue = std::ceil(record->recordedMaxValue());
@@ -177,7 +221,7 @@ void HWSensorMonitor::removeOutOfDateGraphPoints() {
   const auto now =
       dates::Date(std::chrono::duration_cast<dates::Date::duration>(std::chrono::duration<double>(dispatch::now())));
   const auto& store = dataManager_->sensorDataStore();
-  const auto sensors = store->allSensors();
+  const auto sensors = storedSensors();
   std::int64_t removed = 0;
   // Each range keeps what its graph's time axis still shows: from its first label on.
   for (const auto range : {HWTimeRange::kHour, HWTimeRange::kDay, HWTimeRange::kWeek}) {

@@ -209,6 +209,20 @@ TEST_F(SensorMonitorTest, FrequencyChangeRestartsTheSamplingPhaseAndTheTimer) {
   EXPECT_EQ(listener->readings, 6);
 }
 
+TEST_F(SensorMonitorTest, ASensorStoredAnewIsTheOneWrittenTo) {
+  open();
+  runReadings(2);
+  const auto gone = ofCategory(0);
+  store->deleteObject(gone);
+  ASSERT_TRUE(store->save());
+  ASSERT_TRUE(manager->buildDataSetNow());
+  clock->advance(seconds(6));  // reading 5: an hour point
+  const auto again = store->getSensorByKey(gone->key());
+  ASSERT_NE(again, nullptr);
+  EXPECT_NE(again, gone);
+  EXPECT_EQ(again->graphPointCount(HWTimeRange::kHour), 1);
+}
+
 TEST_F(SensorMonitorTest, AMonitorLetGoReadsNoMore) {
   open();
   runReadings(2);

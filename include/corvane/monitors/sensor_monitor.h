@@ -5,6 +5,8 @@
 
 #include <cstdint>
 #include <memory>
+#include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "corvane/monitors/base_monitor.h"
@@ -32,6 +34,8 @@ class HWSensorMonitorDelegate : public virtual HWMonitorDelegate {
 class HWSensorMonitor : public HWBaseMonitor,
                         public HWSensorReader::Delegate,
                         public HWSettingsDataStoreDelegate,
+                        public HWSensorDataStoreDelegate,
+                        public HWDataManagerDelegate,
                         public std::enable_shared_from_this<HWSensorMonitor> {
  public:
   using SensorList = HWSensorReader::SensorList;
@@ -42,7 +46,8 @@ class HWSensorMonitor : public HWBaseMonitor,
   // ticking once its last holder lets it go.
   static void resetShared();
   // A monitor over `dataManager`'s stores (null: HWDataManager::shared()), with its own reader
-  // and timer, registered with the settings store for changes of the update frequency.
+  // and timer, registered with the settings store for changes of the update frequency (and with
+  // the sensor store and the data manager, to learn of sensors stored anew).
   static std::shared_ptr<HWSensorMonitor> create(std::shared_ptr<HWDataManager> dataManager = nullptr);
   ~HWSensorMonitor() override;
 
@@ -71,6 +76,11 @@ class HWSensorMonitor : public HWBaseMonitor,
   // The update interval is now `interval` seconds: the store's staleness follows and the
   // monitor restarts.
   void settingsDataStoreUpdateFrequencyDidChange(std::int64_t interval) override;
+  // A save reached the file: `sensors` are the stored sensors as they read now, kept as the
+  // records of their keys.
+  void sensorDataStoreSensorsDidChanged(const std::vector<std::shared_ptr<HWSensorEntity>>& sensors) override;
+  // The data set was built anew: every record is looked up afresh.
+  void dataManagerDataSetReady() override;
 
   // Writes allSensors() into the stored sensors, adds the graph points that fall due, saves,
   // then advances the counters (and prunes when that falls due).
@@ -84,11 +94,25 @@ class HWSensorMonitor : public HWBaseMonitor,
  private:
   explicit HWSensorMonitor(std::shared_ptr<HWDataManager> dataManager);
   double updateInterval() const;
+  struct Record {
+    std::shared_ptr<HWSensorEntity> sensor;  // null: the store has no sensor of the key
+    std::int64_t categoryType = -1;
+  };
+  // The stored record of the reading `key` (the sensor the store's getSensorByKey answers, and
+  // its category's type), from a table filled with one fetch and kept up to date by the store's
+  // announcements, so a tick does not query the file once per sensor.
+  const Record& storedRecord(const std::string& key);
+  // Every stored sensor, from the same table.
+  std::vector<std::shared_ptr<HWSensorEntity>> storedSensors();
+  void loadRecords();
+  void keepRecords(const std::vector<std::shared_ptr<HWSensorEntity>>& sensors);
 
   std::shared_ptr<HWDataManager> dataManager_;
   std::shared_ptr<HWSensorReader> sensorReader_;
   std::shared_ptr<HWMonitorTimer> sensorTimer_;
   SensorList allSensors_;
+  std::unordered_map<std::string, Record> records_;
+  bool recordsLoaded_ = false;
   std::int32_t timerCountForHour_ = 0;
   std::int32_t timerCountForDay_ = 0;
   std::int32_t timerCountForWeek_ = 0;
