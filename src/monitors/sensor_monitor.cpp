@@ -205,11 +205,12 @@ void HWSensorMonitor::updateSensorData() {
     }
   }
   store->save();
-  checkToRemoveOutOfDateGraphPoints();
+  checkToRemoveOutOfDateGraphPoints(interval);
 }
 
-void HWSensorMonitor::checkToRemoveOutOfDateGraphPoints() {
-  const double interval = updateInterval();
+void HWSensorMonitor::checkToRemoveOutOfDateGraphPoints() { checkToRemoveOutOfDateGraphPoints(updateInterval()); }
+
+void HWSensorMonitor::checkToRemoveOutOfDateGraphPoints(double interval) {
   timerCountForHour_ = advanced(timerCountForHour_, kHourSampleSeconds / interval);
   timerCountForDay_ = advanced(timerCountForDay_, kDaySampleSeconds / interval);
   timerCountForWeek_ = advanced(timerCountForWeek_, kWeekSampleSeconds / interval);

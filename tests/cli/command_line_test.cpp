@@ -91,7 +91,10 @@ INSTANTIATE_TEST_SUITE_P(
         RunCase{"NoSuchKey", CORVANE_CLI_PATH, {"smc", "read", "ZZZZ"}, 1, "", "no such key, 0xe00002f0"},
         RunCase{"SettingsRead", CORVANE_CLI_PATH, {"settings", "list"}, 0, "", ""},
         RunCase{"SettingWritten", CORVANE_CLI_PATH, {"settings", "set", "HWTempUnitCelsius", "false"}, 0, "", "*",
-                true}),
+                true},
+        RunCase{"SimulateWithoutASpan", CORVANE_CLI_PATH, {"--machine", "M2-Max", "simulate"}, 2, "",
+                "--hours H or --days D"},
+        RunCase{"SimulateWithoutAMachine", CORVANE_CLI_PATH, {"simulate", "--days", "1"}, 2, "", "--machine"}),
     [](const auto& info) { return std::string(info.param.label); });
 
 }  // namespace

@@ -42,6 +42,7 @@ void registerSensorCommands(CLI::App& app, Context& context);
 void registerSettingsCommands(CLI::App& app, Context& context);
 void registerDbCommands(CLI::App& app, Context& context);
 void registerGraphCommand(CLI::App& app, Context& context);
+void registerSimulateCommand(CLI::App& app, Context& context);
 
 // The sensor list with the default switches (named and computed sensors), as `corvane sensors`.
 int runSensorListing(Context& context);

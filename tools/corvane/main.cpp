@@ -95,6 +95,7 @@ int run(int argc, char** argv) {
   registerSettingsCommands(app, context);
   registerDbCommands(app, context);
   registerGraphCommand(app, context);
+  registerSimulateCommand(app, context);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {

@@ -94,6 +94,8 @@ class HWSensorMonitor : public HWBaseMonitor,
  private:
   explicit HWSensorMonitor(std::shared_ptr<HWDataManager> dataManager);
   double updateInterval() const;
+  // The same with the interval that the reading's update already read.
+  void checkToRemoveOutOfDateGraphPoints(double interval);
   struct Record {
     std::shared_ptr<HWSensorEntity> sensor;  // null: the store has no sensor of the key
     std::int64_t categoryType = -1;
