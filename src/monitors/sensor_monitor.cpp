@@ -63,7 +63,6 @@ std::shared_ptr<HWSensorMonitor> HWSensorMonitor::create(std::shared_ptr<HWDataM
     if (auto self = weak.lock()) self->sensorReader_->read();
   });
   monitor->dataManager_->settingsDataStore()->addDelegate(monitor);
-  monitor->dataManager_->sensorDataStore()->addDelegate(monitor);
   monitor->dataManager_->addDelegate(monitor);
   return monitor;
 }
@@ -81,27 +80,27 @@ double HWSensorMonitor::updateInterval() const {
 
 void HWSensorMonitor::loadRecords() {
   records_.clear();
-  keepRecords(dataManager_->sensorDataStore()->allSensors());
+  // Backwards, so that of two sensors with one key the first stays, as with a fetch by key.
+  const auto sensors = dataManager_->sensorDataStore()->allSensors();
+  for (auto sensor = sensors.rbegin(); sensor != sensors.rend(); ++sensor) {
+    records_[(*sensor)->key()] = {*sensor, (*sensor)->categoryTypeNumber()};
+  }
   recordsLoaded_ = true;
 }
 
-void HWSensorMonitor::keepRecords(const std::vector<std::shared_ptr<HWSensorEntity>>& sensors) {
-  // Backwards, so that of two sensors with one key the first stays, as with a fetch by key.
-  for (auto sensor = sensors.rbegin(); sensor != sensors.rend(); ++sensor) {
-    Record& slot = records_[(*sensor)->key()];
-    if (slot.sensor != *sensor) slot = {*sensor, (*sensor)->categoryTypeNumber()};
-  }
-}
-
-const HWSensorMonitor::Record& HWSensorMonitor::storedRecord(const std::string& key) {
+const HWSensorMonitor::Record* HWSensorMonitor::storedRecord(const std::string& key) {
   if (!recordsLoaded_) loadRecords();
-  auto [found, added] = records_.try_emplace(key);
-  Record& record = found->second;
-  if (added || (record.sensor && record.sensor->isDeleted())) {
-    record.sensor = dataManager_->sensorDataStore()->getSensorByKey(key);
-    record.categoryType = record.sensor ? record.sensor->categoryTypeNumber() : -1;
+  auto found = records_.find(key);
+  if (found != records_.end() && !found->second.sensor->isDeleted()) return &found->second;
+  // Not known yet, or deleted since: asked of the store, and kept only when it has one.
+  auto sensor = dataManager_->sensorDataStore()->getSensorByKey(key);
+  if (!sensor) {
+    if (found != records_.end()) records_.erase(found);
+    return nullptr;
   }
-  return record;
+  Record& record = records_[key];
+  record = {sensor, sensor->categoryTypeNumber()};
+  return &record;
 }
 
 std::vector<std::shared_ptr<HWSensorEntity>> HWSensorMonitor::storedSensors() {
@@ -109,13 +108,9 @@ std::vector<std::shared_ptr<HWSensorEntity>> HWSensorMonitor::storedSensors() {
   std::vector<std::shared_ptr<HWSensorEntity>> sensors;
   sensors.reserve(records_.size());
   for (const auto& [key, record] : records_) {
-    if (record.sensor && !record.sensor->isDeleted()) sensors.push_back(record.sensor);
+    if (!record.sensor->isDeleted()) sensors.push_back(record.sensor);
   }
   return sensors;
-}
-
-void HWSensorMonitor::sensorDataStoreSensorsDidChanged(const std::vector<std::shared_ptr<HWSensorEntity>>& sensors) {
-  if (recordsLoaded_) keepRecords(sensors);
 }
 
 void HWSensorMonitor::dataManagerDataSetReady() { recordsLoaded_ = false; }
@@ -170,11 +165,11 @@ void HWSensorMonitor::updateSensorData() {
 
   for (const auto& reading : allSensors_) {
     if (!reading) continue;
-    const Record& stored = storedRecord(reading->key());
-    const auto& record = stored.sensor;
+    const Record* stored = storedRecord(reading->key());
     // A reading the store has no record for (a sensor discovered after the data set was built)
     // waits for the next build.
-    if (!record) continue;
+    if (!stored) continue;
+    const auto& record = stored->sensor;
     if ((!showHID && record->sourceType() == kHIDSource) ||
         (!showComputed && record->sourceType() == kComputedSource) || (!showUnknown && record->isUnknownSensor())) {
       continue;
@@ -195,7 +190,7 @@ void HWSensorMonitor::updateSensorData() {
     if (weekDue) point->setTimeRange(static_cast<std::int16_t>(HWTimeRange::kWeek));
     point->setSensor(record);
 
-    if (stored.categoryType != kTemperatureCategory && stored.categoryType != kFanCategory) {
+    if (stored->categoryType != kTemperatureCategory && stored->categoryType != kFanCategory) {
       // Whole-unit bounds for the graph; a flat voltage, current or power still gets a span.
       double minValue = std::floor(record->recordedMinValue());
       const double maxValue = std::ceil(record->recordedMaxValue());

@@ -34,7 +34,6 @@ class HWSensorMonitorDelegate : public virtual HWMonitorDelegate {
 class HWSensorMonitor : public HWBaseMonitor,
                         public HWSensorReader::Delegate,
                         public HWSettingsDataStoreDelegate,
-                        public HWSensorDataStoreDelegate,
                         public HWDataManagerDelegate,
                         public std::enable_shared_from_this<HWSensorMonitor> {
  public:
@@ -46,8 +45,8 @@ class HWSensorMonitor : public HWBaseMonitor,
   // ticking once its last holder lets it go.
   static void resetShared();
   // A monitor over `dataManager`'s stores (null: HWDataManager::shared()), with its own reader
-  // and timer, registered with the settings store for changes of the update frequency (and with
-  // the sensor store and the data manager, to learn of sensors stored anew).
+  // and timer, registered with the settings store for changes of the update frequency and with
+  // the data manager for rebuilt data sets.
   static std::shared_ptr<HWSensorMonitor> create(std::shared_ptr<HWDataManager> dataManager = nullptr);
   ~HWSensorMonitor() override;
 
@@ -76,9 +75,6 @@ class HWSensorMonitor : public HWBaseMonitor,
   // The update interval is now `interval` seconds: the store's staleness follows and the
   // monitor restarts.
   void settingsDataStoreUpdateFrequencyDidChange(std::int64_t interval) override;
-  // A save reached the file: `sensors` are the stored sensors as they read now, kept as the
-  // records of their keys.
-  void sensorDataStoreSensorsDidChanged(const std::vector<std::shared_ptr<HWSensorEntity>>& sensors) override;
   // The data set was built anew: every record is looked up afresh.
   void dataManagerDataSetReady() override;
 
@@ -97,17 +93,17 @@ class HWSensorMonitor : public HWBaseMonitor,
   // The same with the interval that the reading's update already read.
   void checkToRemoveOutOfDateGraphPoints(double interval);
   struct Record {
-    std::shared_ptr<HWSensorEntity> sensor;  // null: the store has no sensor of the key
+    std::shared_ptr<HWSensorEntity> sensor;
     std::int64_t categoryType = -1;
   };
   // The stored record of the reading `key` (the sensor the store's getSensorByKey answers, and
-  // its category's type), from a table filled with one fetch and kept up to date by the store's
-  // announcements, so a tick does not query the file once per sensor.
-  const Record& storedRecord(const std::string& key);
+  // its category's type), or null. Records come from a table filled with one fetch at start and
+  // kept while their objects live (a context keeps one object per row, so a fetch by key would
+  // answer the same one), so a tick does not query the file once per sensor.
+  const Record* storedRecord(const std::string& key);
   // Every stored sensor, from the same table.
   std::vector<std::shared_ptr<HWSensorEntity>> storedSensors();
   void loadRecords();
-  void keepRecords(const std::vector<std::shared_ptr<HWSensorEntity>>& sensors);
 
   std::shared_ptr<HWDataManager> dataManager_;
   std::shared_ptr<HWSensorReader> sensorReader_;
