@@ -1,5 +1,7 @@
 #include "corvane/store/core_data_stack.h"
 
+#include <sqlite3.h>
+
 #include <algorithm>
 #include <map>
 #include <mutex>
@@ -219,6 +221,33 @@ void HWCoreDataStack::refreshAllObjectsInViewContext() {
   dispatch::mainQueue()->async([weak] {
     if (auto stack = weak.lock()) stack->viewContext()->refreshAllObjects();
   });
+}
+
+bool HWCoreDataStack::reopenIfStoreFileMoved() {
+  StoreFile* open = nullptr;
+  {
+    std::lock_guard guard(lock_->mutex);
+    open = file_.get();
+  }
+  if (!open || !open->ok()) return false;
+  int moved = 0;
+  {
+    std::lock_guard guard(open->mutex());
+    if (sqlite3_file_control(open->db().getHandle(), "main", SQLITE_FCNTL_HAS_MOVED, &moved) != SQLITE_OK) return false;
+  }
+  if (moved == 0) return false;
+  std::shared_ptr<HWManagedObjectContext> old;
+  {
+    std::lock_guard guard(lock_->mutex);
+    file_.reset();
+    old = std::move(viewContext_);
+  }
+  if (old) old->stack_.reset();
+  for (const char* companion : {"-wal", "-shm"}) {
+    std::error_code ignored;
+    std::filesystem::remove(storeURL_.string() + companion, ignored);
+  }
+  return true;
 }
 
 std::vector<std::shared_ptr<HWManagedObject>> HWCoreDataStack::objectsOf(

@@ -111,17 +111,22 @@ bool StoreFile::openOnce(const std::filesystem::path& file) {
     db_->exec("PRAGMA foreign_keys = ON");
     if (db_->execAndGet("PRAGMA quick_check").getString() != "ok") throw NotOurStore{"it is damaged"};
     if (version < current) {
-      SQLite::Transaction transaction(*db_);
-      try {
-        for (int step = version; step < current; ++step) {
-          for (const auto& sql : migrations()[static_cast<std::size_t>(step)]) db_->exec(sql);
+      // Another process opening the same new file may build the schema first: take the write
+      // lock before reading the version again, so that only one of them builds it.
+      SQLite::Transaction transaction(*db_, SQLite::TransactionBehavior::IMMEDIATE);
+      const int built = db_->execAndGet("PRAGMA user_version").getInt();
+      if (built < current) {
+        try {
+          for (int step = built; step < current; ++step) {
+            for (const auto& sql : migrations()[static_cast<std::size_t>(step)]) db_->exec(sql);
+          }
+        } catch (const SQLite::Exception& e) {
+          // Tables of ours where the version says there are none (or not in this shape).
+          if (isDamage(e.getErrorCode())) throw;
+          throw NotOurStore{e.what()};
         }
-      } catch (const SQLite::Exception& e) {
-        // Tables of ours where the version says there are none (or not in this shape).
-        if (isDamage(e.getErrorCode())) throw;
-        throw NotOurStore{e.what()};
+        db_->exec("PRAGMA user_version = " + std::to_string(current));
       }
-      db_->exec("PRAGMA user_version = " + std::to_string(current));
       transaction.commit();
     }
     for (const auto& [table, names] : expectedColumns()) {

@@ -138,6 +138,12 @@ class HWCoreDataStack : public std::enable_shared_from_this<HWCoreDataStack> {
   bool saveContext(const std::shared_ptr<HWManagedObjectContext>& context);
   // Schedules on the main queue a refreshAllObjects of the view context.
   void refreshAllObjectsInViewContext();
+  // Whether the open file was deleted or replaced under the stack; SQLite would go on saving into
+  // the lost file without a word. If so, closes it, removes its journal companions (so the new
+  // file cannot share or replay them) and starts over with an empty view context: the next use
+  // opens or builds the file at storeURL afresh, and objects of the old context reach no file.
+  // Main queue only, with no store work running on other queues.
+  bool reopenIfStoreFileMoved();
 
   // Every object of `entity` in `context` (the view context when null), in row order.
   std::vector<std::shared_ptr<HWManagedObject>> objectsOf(HWEntity entity,
