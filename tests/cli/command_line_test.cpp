@@ -89,6 +89,8 @@ INSTANTIATE_TEST_SUITE_P(
         RunCase{"KeyListJson", CORVANE_CLI_PATH, {"smc", "list", "--json"}, 0,
                 "{\n \"machine\": {\n  \"name\": \"MacBookPro16,1\",\n  \"simulated\": true\n },\n \"keys\": [", ""},
         RunCase{"NoSuchKey", CORVANE_CLI_PATH, {"smc", "read", "ZZZZ"}, 1, "", "no such key, 0xe00002f0"},
+        RunCase{"DaemonHelp", CORVANE_CLI_PATH, {"daemon", "--help"}, 0, "Run as the process that reads", ""},
+        RunCase{"DaemonTakesNoArguments", CORVANE_CLI_PATH, {"daemon", "now"}, 2, "", "now"},
         RunCase{"SettingsRead", CORVANE_CLI_PATH, {"settings", "list"}, 0, "", ""},
         RunCase{"SettingWritten", CORVANE_CLI_PATH, {"settings", "set", "HWTempUnitCelsius", "false"}, 0, "", "*",
                 true},

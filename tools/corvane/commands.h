@@ -28,6 +28,11 @@ struct Context {
   bool installPlatform();
 };
 
+// A recorded machine keeps its announcements inside the process, so that a listing needs no bus.
+// The commands that talk to other processes (the daemon and those who follow it) call this after
+// installPlatform(): they then announce and hear over the host's session bus, as on a real Mac.
+void useSessionBus();
+
 // The installed machine for JSON listings: {"name": ..., "simulated": true|false}. Simulated
 // means the SMC answers from a recorded machine (always so on Linux).
 nlohmann::ordered_json machineJson();
@@ -43,6 +48,7 @@ void registerSettingsCommands(CLI::App& app, Context& context);
 void registerDbCommands(CLI::App& app, Context& context);
 void registerGraphCommand(CLI::App& app, Context& context);
 void registerSimulateCommand(CLI::App& app, Context& context);
+void registerDaemonCommands(CLI::App& app, Context& context);
 
 // The sensor list with the default switches (named and computed sensors), as `corvane sensors`.
 int runSensorListing(Context& context);

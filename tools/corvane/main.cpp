@@ -6,6 +6,7 @@
 
 #include "commands.h"
 #include "corvane/dispatch/dispatch.h"
+#include "corvane/platform/global_notifications.h"
 #include "corvane/platform/kernel_values.h"
 #include "corvane/platform/platform.h"
 #include "corvane/platform/sim_dynamics.h"
@@ -53,6 +54,14 @@ bool Context::installPlatform() {
   return !dynamics || startDynamics(*this);
 }
 
+void useSessionBus() {
+  platform::Platform& installed = platform::current();
+  if (!installed.simulated()) return;
+  auto host = platform::native();
+  installed.provide<platform::GlobalNotifications>(
+      host->service<platform::GlobalNotifications>().shared_from_this());
+}
+
 nlohmann::ordered_json machineJson() {
   const platform::Platform& installed = platform::current();
   if (const auto& machine = installed.machine()) return {{"name", machine->name}, {"simulated", true}};
@@ -96,6 +105,7 @@ int run(int argc, char** argv) {
   registerDbCommands(app, context);
   registerGraphCommand(app, context);
   registerSimulateCommand(app, context);
+  registerDaemonCommands(app, context);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {

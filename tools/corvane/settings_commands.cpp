@@ -1,17 +1,14 @@
 // `corvane settings get|set|list` over the shared settings suite, and `corvane watch`, which
 // prints every global notification of the product as it arrives.
-#include <pthread.h>
-#include <signal.h>
-
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
 #include <string>
-#include <thread>
 
 #include <nlohmann/json.hpp>
 
 #include "commands.h"
+#include "stop_on_signal.h"
 #include "corvane/dispatch/dispatch.h"
 #include "corvane/settings/notification_utils.h"
 #include "corvane/platform/platform.h"
@@ -152,40 +149,11 @@ int setSetting(Context& context, const std::string& key, const std::string& text
   return kExitOk;
 }
 
-// Blocks the stop signals in every thread, and turns them into a stop of the main queue on a
-// thread of its own (a signal handler may not touch the queue).
-class StopOnSignal {
- public:
-  StopOnSignal() {
-    sigemptyset(&signals_);
-    sigaddset(&signals_, SIGINT);
-    sigaddset(&signals_, SIGTERM);
-    sigaddset(&signals_, SIGHUP);
-    pthread_sigmask(SIG_BLOCK, &signals_, nullptr);
-    waiter_ = std::thread([this] {
-      int received = 0;
-      sigwait(&signals_, &received);
-      dispatch::stopMainQueue();
-    });
-  }
-  // Stops waiting (for a run that ends without a signal).
-  void release() { pthread_kill(waiter_.native_handle(), SIGTERM); }
-  ~StopOnSignal() { waiter_.join(); }
-  StopOnSignal(const StopOnSignal&) = delete;
-  StopOnSignal& operator=(const StopOnSignal&) = delete;
-
- private:
-  sigset_t signals_;
-  std::thread waiter_;
-};
-
 int watch(Context& context) {
   // Before any other thread starts, so that they all leave the signals to the waiter.
   StopOnSignal stop;
-  if (!context.installPlatform()) {
-    stop.release();
-    return context.exitCode;
-  }
+  if (!context.installPlatform()) return context.exitCode;
+  useSessionBus();
   auto observation = HWNotificationUtils::addObserver(std::nullopt, [](const std::string& name, const nlohmann::json& userInfo) {
     std::printf("%s %s\n", name.c_str(), json_text::dump(userInfo).c_str());
     std::fflush(stdout);
