@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cctype>
 
+#include "corvane/platform/platform.h"
+#include "corvane/platform/processor_load.h"
 #include "corvane/util/strings.h"
 #include "corvane/util/system_utils.h"
 
@@ -51,10 +53,36 @@ std::uint64_t getCPUPlatformFromBrand(const std::string& brand) {
   return cpu_platform::kUnknown;
 }
 
+bool hasHyperthreadingCores() {
+  return HWSystemUtils::sysctlDoubleForKey("hw.physicalcpu") != HWSystemUtils::sysctlDoubleForKey("hw.logicalcpu");
+}
+
+std::optional<std::vector<HWCPUCore>> getCPUCoresInfo() {
+  auto found = platform::ProcessorLoad::create(platform::current())->cores();
+  if (!found) return std::nullopt;
+  std::vector<HWCPUCore> cores;
+  cores.reserve(found->size());
+  for (auto& core : *found) cores.push_back({core.id, std::move(core.name), core.type});
+  return cores;
+}
+
 HWCPUInfo getCPUInfo() {
   HWCPUInfo info;
   info.setBrand(getCPUBrand());
   info.setPlatform(getCPUPlatformFromBrand(info.brand()));
+  info.setHasHyperthreadingCores(hasHyperthreadingCores());
+  if (auto cores = getCPUCoresInfo()) {
+    std::uint64_t efficiency = 0;
+    std::uint64_t performance = 0;
+    for (const auto& core : *cores) {
+      efficiency += core.type == 1 ? 1 : 0;
+      performance += core.type == 2 ? 1 : 0;
+    }
+    info.setECoreCount(efficiency);
+    info.setPCoreCount(performance);
+    info.setHasEPCores(efficiency > 0 || performance > 0);
+    info.setCoreList(std::move(*cores));
+  }
   return info;
 }
 

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <limits>
+#include <optional>
 #include <utility>
 #include <string>
 #include <vector>
@@ -36,11 +37,12 @@ struct HWCPUCore {
 
 // What is known about the processor. A copyable value; not synchronised.
 //
-// This build fills `brand` and `platform` (and so `shortBrand`). Every other field holds what
-// the machine description reports when the value is unavailable: one package, unknown core and
-// thread counts, a registry that was not searched (core counts all bits set, no core list),
-// frequency and caches from a missing kernel value (−1 scaled), the "GenuineIntel" vendor, the
-// architecture of a zero CPU type, and no hyperthreading or efficiency/performance split.
+// This build fills `brand` and `platform` (and so `shortBrand`), `hasHyperthreadingCores`, and,
+// where the machine describes its cores, the core list with the efficiency and performance
+// counts. Every other field holds what the machine description reports when the value is
+// unavailable: one package, unknown core and thread counts, core counts all bits set and no core
+// list where the cores were not described, frequency and caches from a missing kernel value (−1
+// scaled), the "GenuineIntel" vendor and the architecture of a zero CPU type.
 class HWCPUInfo {
  public:
   // Cleaned brand string, e.g. "Intel Core i7-9750H 2.60GHz" or "Apple M1 Pro".
@@ -122,6 +124,13 @@ std::string cleanedBrand(const std::string& rawBrand);
 // The cpu_platform value a brand names, decided by case-insensitive substring tests; 0 for any
 // chip not in the table.
 std::uint64_t getCPUPlatformFromBrand(const std::string& brand);
+
+// Whether the kernel's physical and logical processor counts differ.
+bool hasHyperthreadingCores();
+
+// The machine's cores with their kinds, in processor order; nothing when it does not describe
+// them (a simulated machine's profile records no clusters yet).
+std::optional<std::vector<HWCPUCore>> getCPUCoresInfo();
 
 // The processor facts this build gathers (see HWCPUInfo for which fields are filled).
 HWCPUInfo getCPUInfo();
