@@ -13,4 +13,6 @@ std::shared_ptr<KernelValues> KernelValues::create(const Platform& platform) {
   return nativeKernelValues();
 }
 
+std::shared_ptr<KernelValues> KernelValues::host() { return nativeKernelValues(); }
+
 }  // namespace corvane::platform

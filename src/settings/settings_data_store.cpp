@@ -9,6 +9,7 @@
 #include "corvane/util/dictionaries.h"
 #include "corvane/settings/settings_keys.h"
 #include "corvane/sensors/value_formatter.h"
+#include "corvane/sysinfo/system_device.h"
 #include "corvane/settings/theme_manager.h"
 #include "corvane/util/colors.h"
 #include "corvane/util/install_paths.h"
@@ -91,6 +92,15 @@ void installHooks(const std::shared_ptr<HWSettingsDataStore>& store) {
     return live ? live->currentLanguage() : std::string();
   });
   colors::setDarkModeProvider([] { return HWThemeManager::isDarkMode(); });
+  HWSystemDevice::setLocaleCodeProvider([weak]() -> std::string {
+    auto live = weak.lock();
+    if (!live) return std::string();
+    if (auto code = live->currentLocaleCode(); !code.empty()) return code;
+    // Not read yet: the language reading would settle on, without storing its default (a
+    // program that only shows the uptime writes no settings).
+    const auto stored = live->prefData()->stringForKey(std::string(settings::kCurrentLanguageKey));
+    return settings::localeCodeForLanguage(stored ? *stored : live->defaultLanguage());
+  });
   installUnitPreferencesHook(store->prefData());
 }
 
@@ -111,6 +121,7 @@ void uninstallHooks() {
   setSyncStartTimeProvider(nullptr);
   strings::setCurrentLanguageProvider(nullptr);
   colors::setDarkModeProvider(nullptr);
+  HWSystemDevice::setLocaleCodeProvider(nullptr);
   setUnitPreferencesProvider(nullptr);
 }
 

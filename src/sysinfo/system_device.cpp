@@ -1,5 +1,17 @@
 #include "corvane/sysinfo/system_device.h"
 
+#include <unistd.h>
+
+#include <climits>
+#include <cstring>
+
+#include "corvane/dispatch/dispatch.h"
+#include "corvane/platform/kernel_values.h"
+#include "corvane/platform/platform.h"
+#include "corvane/util/dates.h"
+#include "corvane/util/system_utils.h"
+#include "platform/log.h"
+
 namespace corvane {
 namespace {
 
@@ -13,7 +25,53 @@ std::shared_ptr<HWSystemDevice>& deviceSlot() {
   return slot;
 }
 
+std::mutex& localeLock() {
+  static std::mutex lock;
+  return lock;
+}
+
+std::function<std::string()>& localeProvider() {
+  static std::function<std::string()> provider;
+  return provider;
+}
+
+std::string currentLocaleCode() {
+  std::function<std::string()> provider;
+  {
+    std::lock_guard guard(localeLock());
+    provider = localeProvider();
+  }
+  return provider ? provider() : std::string();
+}
+
+std::string currentHostName() {
+  auto name = HWSystemUtils::sysctlNSStringForKey("kern.hostname");
+  if (!name.empty()) return name;
+  char buffer[HOST_NAME_MAX + 1] = {};
+  if (::gethostname(buffer, sizeof buffer - 1) != 0) return {};
+  return buffer;
+}
+
+// A boot time in the byte forms the kernel values use.
+std::optional<std::chrono::system_clock::time_point> bootDateFromBytes(const std::string& bytes) {
+  std::int64_t seconds = 0;
+  std::int32_t micros = 0;
+  if (bytes.size() == 16 || bytes.size() == 8) {
+    std::memcpy(&seconds, bytes.data(), sizeof seconds);
+    if (bytes.size() == 16) std::memcpy(&micros, bytes.data() + 8, sizeof micros);
+  } else if (bytes.size() == 4) {
+    std::int32_t narrow = 0;
+    std::memcpy(&narrow, bytes.data(), sizeof narrow);
+    seconds = narrow;
+  } else {
+    return std::nullopt;
+  }
+  return std::chrono::system_clock::time_point(std::chrono::seconds(seconds) + std::chrono::microseconds(micros));
+}
+
 }  // namespace
+
+HWSystemDevice::HWSystemDevice() : hostName_(currentHostName()), bootDate_(device::getBootDate()) {}
 
 std::shared_ptr<HWSystemDevice> HWSystemDevice::device() {
   std::lock_guard guard(deviceLock());
@@ -27,6 +85,27 @@ void HWSystemDevice::reset() {
   deviceSlot().reset();
 }
 
+void HWSystemDevice::setLocaleCodeProvider(std::function<std::string()> provider) {
+  std::lock_guard guard(localeLock());
+  localeProvider() = std::move(provider);
+}
+
+std::optional<std::string> HWSystemDevice::getUptimeValue() const {
+  const auto now = std::chrono::system_clock::time_point(
+      std::chrono::duration_cast<std::chrono::system_clock::duration>(std::chrono::duration<double>(dispatch::now())));
+  return device::uptimeText(bootDate_, now, currentLocaleCode());
+}
+
+const HWDeviceModelInfo& HWSystemDevice::modelInfo() {
+  std::call_once(modelOnce_, [this] { modelInfo_ = device::getModelInfo(); });
+  return modelInfo_;
+}
+
+const HWOSInfo& HWSystemDevice::osInfo() {
+  std::call_once(osOnce_, [this] { osInfo_ = device::getOSInfo(); });
+  return osInfo_;
+}
+
 const HWCPUInfo& HWSystemDevice::cpuInfo() {
   std::call_once(cpuOnce_, [this] { cpuInfo_ = cpu::getCPUInfo(); });
   return cpuInfo_;
@@ -37,4 +116,24 @@ const std::optional<std::vector<HWGPUInfo>>& HWSystemDevice::gpuInfos() {
   return gpuInfos_;
 }
 
+namespace device {
+
+std::optional<std::chrono::system_clock::time_point> getBootDate() {
+  const auto& current = platform::current();
+  auto bytes = current.service<platform::KernelValues>().valueByName("kern.boottime");
+  if (!bytes && current.simulated()) bytes = platform::KernelValues::host()->valueByName("kern.boottime");
+  auto date = bytes ? bootDateFromBytes(*bytes) : std::nullopt;
+  if (!date) platform::log("Error getting boot time: no readable kern.boottime");
+  return date;
+}
+
+std::optional<std::string> uptimeText(const std::optional<std::chrono::system_clock::time_point>& bootDate,
+                                      std::chrono::system_clock::time_point now, const std::string& localeCode) {
+  if (!bootDate) return std::nullopt;
+  auto text = dates::durationText(*bootDate, now, localeCode);
+  if (text.empty()) return std::string("--");
+  return text;
+}
+
+}  // namespace device
 }  // namespace corvane

@@ -1,12 +1,17 @@
 #include "corvane/util/dates.h"
 
+#include <cstdint>
 #include <memory>
+#include <vector>
 #include <mutex>
 
 #include <unicode/calendar.h>
 #include <unicode/datefmt.h>
 #include <unicode/gregocal.h>
 #include <unicode/locid.h>
+#include <unicode/measfmt.h>
+#include <unicode/measunit.h>
+#include <unicode/measure.h>
 #include <unicode/smpdtfmt.h>
 #include <unicode/timezone.h>
 
@@ -153,5 +158,31 @@ long dateDifference(Date from, Date to, CalendarUnit unit) {
 
 long dateDifferenceInDaysToDate(Date from, Date to) { return dateDifference(from, to, CalendarUnit::Day); }
 long dateDifferenceInHoursToDate(Date from, Date to) { return dateDifference(from, to, CalendarUnit::Hour); }
+
+std::string durationText(Date from, Date to, std::string_view localeCode) {
+  if (to < from) return {};
+  const auto minutes = std::chrono::duration_cast<std::chrono::minutes>(to - from).count();
+  const std::int64_t parts[] = {minutes / (24 * 60), minutes / 60 % 24, minutes % 60};
+  UErrorCode status = U_ZERO_ERROR;
+  const icu::Locale locale(std::string(localeCode).c_str());
+  icu::MeasureFormat format(locale, UMEASFMT_WIDTH_WIDE, status);
+  if (U_FAILURE(status)) return {};
+  std::vector<icu::Measure> measures;
+  for (int index = 0; index < 3; ++index) {
+    // Zero units say nothing, except when nothing else is left to say.
+    if (parts[index] == 0 && !(index == 2 && measures.empty())) continue;
+    icu::MeasureUnit* unit = index == 0   ? icu::MeasureUnit::createDay(status)
+                             : index == 1 ? icu::MeasureUnit::createHour(status)
+                                          : icu::MeasureUnit::createMinute(status);
+    if (U_FAILURE(status)) return {};
+    measures.emplace_back(icu::Formattable(static_cast<int64_t>(parts[index])), unit, status);
+    if (U_FAILURE(status)) return {};
+  }
+  icu::UnicodeString out;
+  icu::FieldPosition position;
+  format.formatMeasures(measures.data(), static_cast<int32_t>(measures.size()), out, position, status);
+  if (U_FAILURE(status)) return {};
+  return toUtf8(out);
+}
 
 }  // namespace corvane::dates

@@ -106,6 +106,7 @@ int run(int argc, char** argv) {
   registerGraphCommand(app, context);
   registerSimulateCommand(app, context);
   registerDaemonCommands(app, context);
+  registerInfoCommand(app, context);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {

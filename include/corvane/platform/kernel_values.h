@@ -21,6 +21,10 @@ class KernelValues {
   // platform is simulated, else from the host (sysctl on a Mac, /proc and /sys on Linux).
   static std::shared_ptr<KernelValues> create(const Platform& platform);
 
+  // The host's own values, whichever platform is installed (a simulated machine still runs on
+  // the host, and borrows what its recording lacks, such as the boot time).
+  static std::shared_ptr<KernelValues> host();
+
   // The bytes of the value called `name`, or nothing when this machine has no such value.
   virtual std::optional<std::string> valueByName(std::string_view name) const = 0;
 };

@@ -153,14 +153,15 @@ std::string defaultFileLoggingPath();
 std::int64_t updateIntervalForFrequency(std::int64_t frequency);
 
 // Makes the lower layers read their values from `store`: the monitor timers' sync start time,
-// the language of localised texts, and dark mode (from HWThemeManager::isDarkMode). Holds the
-// store weakly: once it is gone, each hook answers its default. Programs call it once after
-// making the store; call before other threads use those values.
+// the language of localised texts, the locale of the uptime text, and dark mode (from
+// HWThemeManager::isDarkMode). Holds the store weakly: once it is gone, each hook answers its
+// default. Programs call it once after making the store; call before other threads use those
+// values.
 void installHooks(const std::shared_ptr<HWSettingsDataStore>& store);
 // Makes the value formatting follow the temperature unit and fan scale stored in `prefData`
 // (part of installHooks; one-shot programs that need only the units call it alone).
 void installUnitPreferencesHook(std::shared_ptr<const HWPrefData> prefData);
-// Puts the three hooks back to their defaults (for tests).
+// Puts the hooks back to their defaults (for tests).
 void uninstallHooks();
 
 }  // namespace settings

@@ -50,4 +50,10 @@ long dateDifferenceInHoursToDate(Date from, Date to);
 // then the number of whole `unit`s between them.
 long dateDifference(Date from, Date to, CalendarUnit unit);
 
+// The span from `from` to `to` in words, in `localeCode`'s language (e.g. "de_DE"; an empty or
+// unknown code falls back as ICU does): days, hours and minutes, full unit names, units that
+// are zero left out, seconds dropped ("2 days, 3 hours, 5 minutes"; "0 minutes" under a
+// minute). Empty when `to` is before `from` or ICU cannot format.
+std::string durationText(Date from, Date to, std::string_view localeCode);
+
 }  // namespace corvane::dates

@@ -1,5 +1,6 @@
 #include "platform/linux/kernel_values_linux.h"
 
+#include <bit>
 #include <charconv>
 #include <cmath>
 #include <functional>
@@ -172,6 +173,7 @@ class LinuxKernelValues final : public KernelValues {
         {"kern.version", &LinuxKernelValues::osVersion},
         {"kern.hostname", &LinuxKernelValues::hostName},
         {"kern.boottime", &LinuxKernelValues::bootTime},
+        {"hw.byteorder", &LinuxKernelValues::byteOrder},
     };
     auto found = kReaders.find(name);
     if (found == kReaders.end()) return std::nullopt;
@@ -247,6 +249,10 @@ class LinuxKernelValues final : public KernelValues {
   std::optional<std::string> osRelease() const { return stringFrom(roots_.proc / "sys/kernel/osrelease"); }
   std::optional<std::string> osVersion() const { return stringFrom(roots_.proc / "sys/kernel/version"); }
   std::optional<std::string> hostName() const { return stringFrom(roots_.proc / "sys/kernel/hostname"); }
+
+  std::optional<std::string> byteOrder() const {
+    return kernel_bytes::fromInt32(std::endian::native == std::endian::little ? 1234 : 4321);
+  }
 
   std::optional<std::string> bootTime() const {
     auto text = read(roots_.proc / "stat");

@@ -52,6 +52,7 @@ struct Roots {
 //                            cpuinfo's current MHz (8 bytes, Hz)
 //   kern.ostype, kern.osrelease, kern.version, kern.hostname   /proc/sys/kernel
 //   kern.boottime            /proc/stat btime as the Mac's 16-byte timeval (microseconds 0)
+//   hw.byteorder             1234 or 4321, this build's own byte order (4 bytes)
 // Every other name has no value.
 std::shared_ptr<KernelValues> makeKernelValues(Roots roots);
 

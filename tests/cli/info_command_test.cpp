@@ -1,0 +1,33 @@
+// `corvane info --json` on a simulated machine: the keys a consumer reads, the model from the
+// profile's identifier.
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include "support/test_support.h"
+
+namespace corvane {
+namespace {
+
+TEST(InfoCommand, JsonCarriesTheDevicePropertiesOfTheSimulatedModel) {
+  testing::TempDir dir;
+  const auto result = testing::runProgram(CORVANE_CLI_PATH, {"info", "--json", "--machine", "MacBookPro15,1"},
+                                          dir.path() / "data");
+  ASSERT_EQ(result.exitCode, 0) << result.err;
+  const auto info = nlohmann::json::parse(result.out, nullptr, false);
+  ASSERT_TRUE(info.is_object()) << result.out;
+  for (const char* key : {"machine", "hostName", "bootDate", "uptimeValue", "modelInfo", "osInfo"}) {
+    EXPECT_TRUE(info.contains(key)) << key;
+  }
+  const auto& model = info["modelInfo"];
+  EXPECT_EQ(model["modelId"], "MacBookPro15,1");
+  EXPECT_EQ(model["name"], "MacBook Pro 15-inch");
+  EXPECT_EQ(model["year"], 2018);
+  EXPECT_EQ(model["family"], 2);
+  EXPECT_EQ(model["familyName"], "MacBook Pro");
+  EXPECT_EQ(model["familyIcon"], "ico_macbookpro");
+  EXPECT_EQ(model["isT2ChipSupport"], true);
+  for (const char* key : {"name", "versionString", "build"}) EXPECT_TRUE(info["osInfo"][key].is_string()) << key;
+}
+
+}  // namespace
+}  // namespace corvane
