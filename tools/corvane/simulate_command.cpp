@@ -5,11 +5,13 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
 #include <memory>
+#include <numbers>
 #include <optional>
 #include <string>
 
@@ -19,9 +21,11 @@
 #include "corvane/dispatch/dispatch.h"
 #include "corvane/monitors/sensor_monitor.h"
 #include "corvane/platform/platform.h"
+#include "corvane/platform/sim_dynamics.h"
 #include "corvane/settings/data_manager.h"
 #include "corvane/settings/settings_data_store.h"
 #include "corvane/smc/smc.h"
+#include "corvane/smc/smc_value.h"
 #include "corvane/util/json_text.h"
 
 namespace corvane::cli {
@@ -105,10 +109,18 @@ int simulate(Context& context, const SimulateOptions& options) {
   simulated.announce = false;
   const std::string machineName = profile->name;
   platform::install(platform::simulated(std::move(profile), simulated));
-  SMCOpen();
-
   const auto wallStart = std::chrono::steady_clock::now();
   auto clock = dispatch::installVirtualTime(static_cast<double>(std::time(nullptr)));
+  if (context.dynamics) {
+    platform::SimDynamicsOptions dynamics;
+    dynamics.clock = [] { return dispatch::now(); };
+    // The host's own load says nothing of simulated time: a scripted one, busy and idle by
+    // turns every half hour, keeps the temperatures and fans moving over the whole run.
+    dynamics.load = [] { return 0.5 + 0.5 * std::sin(dispatch::now() * 2 * std::numbers::pi / 1800); };
+    dynamics.codec = smc::simValueCodec();
+    platform::enableSimDynamics(platform::current(), std::move(dynamics));
+  }
+  SMCOpen();
   HWDataManager::setAppMode(1);  // the process that reads the hardware and writes the store
   auto manager = HWDataManager::create(storePath);
   settings::installHooks(manager->settingsDataStore());
@@ -164,6 +176,7 @@ int simulate(Context& context, const SimulateOptions& options) {
   if (options.json) {
     nlohmann::ordered_json out = {
         {"machine", machineName},
+        {"dynamics", context.dynamics},
         {"sensors", sensors},
         {"interval", options.interval},
         {"simulatedSeconds", span},
@@ -180,8 +193,8 @@ int simulate(Context& context, const SimulateOptions& options) {
     std::printf("%s\n", json_text::dump(out, 2).c_str());
     return kExitOk;
   }
-  std::printf("Simulated machine: %s, %zu sensors, a reading every %d s for %.0f s of virtual time\n",
-              machineName.c_str(), sensors, options.interval, span);
+  std::printf("Simulated machine: %s%s, %zu sensors, a reading every %d s for %.0f s of virtual time\n",
+              machineName.c_str(), context.dynamics ? " (moving)" : "", sensors, options.interval, span);
   std::printf("Store:             %s%s\n", storePath.string().c_str(), ownStore ? " (new, in a temporary folder)" : "");
   std::printf("Readings:          %ld\n", counter->readings);
   std::printf("Wall time:         %.2f s\n", wall);
@@ -202,8 +215,8 @@ void registerSimulateCommand(CLI::App& app, Context& context) {
   auto* command = app.add_subcommand(
       "simulate",
       "Run the writing process's loop (data set, sensor monitor, store, pruning) on a virtual clock against "
-      "a simulated machine (--machine), and report readings, wall time, CPU time per reading early and late, "
-      "store size and graph points per range");
+      "a simulated machine (--machine; with --dynamics its temperatures and fans move under a scripted load), "
+      "and report readings, wall time, CPU time per reading early and late, store size and graph points per range");
   command->add_option("--hours", options->hours, "Simulate this many hours")->type_name("H");
   command->add_option("--days", options->days, "Simulate this many days")->type_name("D");
   command->add_option("--interval", options->interval, "Seconds between readings: 2 (default), 5 or 10")
