@@ -127,17 +127,5 @@ TEST_F(HelperProcessTest, RefusalsWriteNothing) {
   EXPECT_NE(result.err.find("cannot open the SMC"), std::string::npos) << result.err;
 }
 
-TEST(CorvaneProgram, HelperWriteShowsInTheNextRead) {
-  testing::TempDir home;
-  auto result = testing::runProgram(CORVANE_CLI_PATH, {"smc", "read", "F0Tg"}, home.path());
-  ASSERT_EQ(result.exitCode, 0) << result.err;
-  result = testing::runProgram(CORVANE_HELPER_PATH, {"-k", "F0Tg", "-w", "0000fa44"}, home.path());
-  ASSERT_EQ(result.exitCode, 0) << result.err;
-  result = testing::runProgram(CORVANE_CLI_PATH, {"smc", "read", "F0Tg"}, home.path());
-  ASSERT_EQ(result.exitCode, 0) << result.err;
-  EXPECT_NE(result.out.find("0000fa44"), std::string::npos) << result.out;
-  EXPECT_NE(result.out.find(" 2000\n"), std::string::npos) << result.out;
-}
-
 }  // namespace
 }  // namespace corvane

@@ -41,15 +41,6 @@ TEST(SensorUnknown, IsUnknownOnlyWhenUnnamedAndUngrouped) {
   EXPECT_FALSE(sensor("TZ9Z", "Zone", SensorGroup::kUnknown)->isUnknownSensor());
 }
 
-TEST(HWSensor, FieldsLeftOutTakeTheDocumentedDefaults) {
-  auto named = HWSensor::instanceWithKey({.key = "TC0P", .name = "CPU Proximity", .group = SensorGroup::kCPU});
-  EXPECT_EQ(named->fullName(), "CPU Proximity");
-  EXPECT_TRUE(named->type() == SensorType::kTemperature && named->platform() == kAllPlatforms);
-  EXPECT_TRUE(named->sourceType() == SourceType::kSMC && !named->average());
-  // A full name given, even an empty one, is kept rather than replaced by the name.
-  EXPECT_EQ(HWSensor::instanceWithKey({.key = "TG0P", .name = "GPU", .fullName = ""})->fullName(), "");
-}
-
 // Numbers read back from JSON, settings or the store: the last of each enumeration converts, the
 // next one up is refused.
 TEST(HWSensor, StoredNumbersConvertOnlyWithinTheEnumeration) {

@@ -28,9 +28,8 @@ class CrossProcess : public ::testing::Test {
     platform::install(platform::simulated(nullptr, options));
   }
 
-  std::vector<std::string> childEnvironment() const {
-    return testing::environmentWith(
-        {{"XDG_DATA_HOME", dataHome_.path().string()}, {"DBUS_SESSION_BUS_ADDRESS", bus_.address()}});
+  std::map<std::string, std::string> childEnvironment() const {
+    return {{"XDG_DATA_HOME", dataHome_.path().string()}, {"DBUS_SESSION_BUS_ADDRESS", bus_.address()}};
   }
 
   // Runs `corvane` with `args` to its end (bounded) and collects its output.
@@ -90,7 +89,7 @@ TEST_F(CrossProcess, WatchPrintsEveryAnnouncementOfAnotherProcess) {
   bool ready = false;
   for (auto deadline = std::chrono::steady_clock::now() + 20s; !ready && std::chrono::steady_clock::now() < deadline;) {
     centre->post("CorvaneTestProbe", {{"n", 1}});
-    if (auto line = watch.output().readLine(100ms)) ready = *line == R"(CorvaneTestProbe {"n":1})";
+    if (auto line = watch.readLine(100ms)) ready = *line == R"(CorvaneTestProbe {"n":1})";
   }
   ASSERT_TRUE(ready) << "corvane watch printed no probe";
 
@@ -101,7 +100,7 @@ TEST_F(CrossProcess, WatchPrintsEveryAnnouncementOfAnotherProcess) {
 
   std::vector<std::string> announced;
   while (announced.size() < 3) {
-    auto line = watch.output().readLine(10s);
+    auto line = watch.readLine(10s);
     ASSERT_TRUE(line) << "after " << announced.size() << " announcements";
     if (line->rfind("CorvaneTestProbe", 0) != 0) announced.push_back(*line);
   }
@@ -128,7 +127,7 @@ TEST_F(CrossProcess, WithoutABusAnnouncementsStayInTheWritingProcess) {
   EXPECT_EQ(std::count(err.begin(), err.end(), '\n'), 1) << err;
   EXPECT_EQ(corvane({"settings", "get", "HWUpdateFrequencyKey"}).out, "2\n");
   // The watcher on the bus hears nothing of it.
-  EXPECT_FALSE(watch.output().readLine(300ms).has_value());
+  EXPECT_FALSE(watch.readLine(300ms).has_value());
 }
 
 TEST_F(CrossProcess, BadValuesAreRefusedWithExitTwoAndStoreNothing) {

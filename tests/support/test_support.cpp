@@ -67,10 +67,10 @@ ProgramResult runProgram(const std::string& program, const std::vector<std::stri
   TempDir output;
   const auto errFile = output.path() / "err";
   if (!dataHome.empty()) environment.emplace("XDG_DATA_HOME", dataHome);
-  ChildProcess child(program, args, environmentWith(environment), errFile.string());
+  ChildProcess child(program, args, environment, errFile.string());
   ProgramResult result;
   if (!child.started()) return result;
-  result.out = child.output().readAll(std::chrono::seconds(60));
+  result.out = child.readAll(std::chrono::seconds(60));
   result.exitCode = child.wait(std::chrono::seconds(60)).value_or(-1);
   result.err = readFile(errFile);
   return result;
