@@ -105,8 +105,6 @@ TEST(HWBaseMonitorTest, OnlyListenersOfTheProtocolAreCalledAndGoneOnesAreSkipped
   monitor.addDelegate(pingOnly);
   monitor.addDelegate(gone);
   monitor.addDelegate(both);
-  monitor.addDelegate(both);
-  monitor.addDelegate(nullptr);
   gone.reset();
   monitor.ping(1);
   monitor.pong();

@@ -175,19 +175,5 @@ TEST(SqliteDefaultsSuite, AFolderThatCannotHoldTheFileFallsBackToMemory) {
   EXPECT_EQ(suite->get("k"), json(1));
 }
 
-TEST(DefaultsSuitePlatform, SimulatedPlatformsShareTheFileUnderTheirRoot) {
-  testing::TempDir dir;
-  SimulatedOptions options;
-  options.root = dir.path();
-  options.announce = false;
-  auto one = simulated(nullptr, options);
-  auto two = simulated(nullptr, options);
-  one->service<DefaultsSuite>().set("HWGraphTimeRangeKey", 2);
-  EXPECT_EQ(two->service<DefaultsSuite>().get("HWGraphTimeRangeKey"), json(2));
-  two->service<DefaultsSuite>().remove("HWGraphTimeRangeKey");
-  EXPECT_FALSE(one->service<DefaultsSuite>().get("HWGraphTimeRangeKey").has_value());
-  EXPECT_TRUE(std::filesystem::exists(one->files().appGroupContainer() / "Preferences.db"));
-}
-
 }  // namespace
 }  // namespace corvane::platform

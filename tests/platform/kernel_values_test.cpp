@@ -44,21 +44,6 @@ TEST(SysctlEncodingTest, EncodesAsTheMacHandsOut) {
   }
 }
 
-TEST(SimKernelValues, ServiceOfTheInstalledMachineWidensMemorySize) {
-  testing::TempDir dir;
-  auto builtin =
-      simulated(testing::builtinMachine("MacBookPro16,1"), {.root = dir.path(), .announce = false, .source = {}});
-  EXPECT_EQ(KernelValues::create(*builtin)->valueByName("hw.model"), std::string("MacBookPro16,1\0", 15));
-
-  auto profile =
-      testing::profileFromJson(R"({"name": "Test", "sysctl": {"hw.memsize": 17179869184, "hw.ncpu": 8}, "smc": []})");
-  auto platform = simulated(profile, {.root = dir.path(), .announce = false, .source = {}});
-  auto& values = platform->service<KernelValues>();
-  EXPECT_EQ(as<int64_t>(values.valueByName("hw.memsize").value_or("")), 17179869184LL);
-  EXPECT_EQ(as<int32_t>(values.valueByName("hw.ncpu").value_or("")), 8);
-  EXPECT_EQ(values.valueByName("hw.no.such.value"), std::nullopt);
-}
-
 #ifdef __linux__
 // ---- Linux ----
 

@@ -56,27 +56,6 @@ TEST(LoaderErrorTest, RejectsTheWholeProfileNamingOriginAndEntry) {
   }
 }
 
-TEST(MachineProfile, SerializesOneEntryPerLineAndReadsBackTheSame) {
-  auto profile = testing::profileFromJson(profileJson(
-      R"(["zCRS", "ui8\u0000", "", {"size": 1, "attr": "11", "result": "85"}],
-         ["KPST", "ui8 ", "07", {"result": "85"}],
-         ["ACKG", "hex_", "", {"size": 118, "status": "E00002C2"}],
-         ["FS! ", "ui16", "0000", {"hidden": true}],
-         ["OSK0", "ch8*", "", {"size": 32, "redacted": true}])",
-      R"(, "provenance": {"dump": "x.txt", "header": ["a", "b"]}, "hid": {"voltage": [["VDD", 0.75]]})"));
-  ASSERT_NE(profile, nullptr);
-  const std::string text = serializeProfile(*profile);
-  EXPECT_THAT(
-      text,
-      HasSubstr("\n    [\"zCRS\", \"ui8\\u0000\", \"\", {\"size\": 1, \"attr\": \"11\", \"result\": \"85\"}],\n"));
-  EXPECT_THAT(text, HasSubstr("\n    [\"KPST\", \"ui8 \", \"07\", {\"result\": \"85\"}],\n"));
-  EXPECT_THAT(text, HasSubstr("\n    [\"FS! \", \"ui16\", \"0000\", {\"hidden\": true}],\n"));
-  std::string error;
-  auto again = parseProfile(text, "serialized", &error);
-  ASSERT_NE(again, nullptr) << error;
-  EXPECT_EQ(serializeProfile(*again), text);
-}
-
 TEST(MachineProfile, BuiltinNamesIgnoreCaseAndSuggestOnlyCloseNames) {
   struct Case {
     const char* asked;

@@ -115,21 +115,6 @@ TEST_F(CrossProcess, WatchPrintsEveryAnnouncementOfAnotherProcess) {
   EXPECT_EQ(watch.wait(10s), 0) << "an interrupted watch ends cleanly";
 }
 
-TEST_F(CrossProcess, WithoutABusAnnouncementsStayInTheWritingProcess) {
-  testing::ChildProcess watch(CORVANE_CLI_PATH, {"watch"}, childEnvironment(),
-                              (dataHome_.path() / "watch.err").string());
-  // A writer without a bus address still stores the value, and says once that it cannot announce.
-  const auto writer = testing::runProgram(CORVANE_CLI_PATH, {"settings", "set", "HWUpdateFrequencyKey", "2"},
-                                          dataHome_.path(), {{"DBUS_SESSION_BUS_ADDRESS", ""}});
-  EXPECT_EQ(writer.exitCode, 0);
-  const std::string& err = writer.err;
-  EXPECT_NE(err.find("No D-Bus session bus"), std::string::npos) << err;
-  EXPECT_EQ(std::count(err.begin(), err.end(), '\n'), 1) << err;
-  EXPECT_EQ(corvane({"settings", "get", "HWUpdateFrequencyKey"}).out, "2\n");
-  // The watcher on the bus hears nothing of it.
-  EXPECT_FALSE(watch.readLine(300ms).has_value());
-}
-
 TEST_F(CrossProcess, BadValuesAreRefusedWithExitTwoAndStoreNothing) {
   for (const std::vector<std::string>& args :
        {std::vector<std::string>{"settings", "set", "HWUpdateFrequencyKey", "1.5"},

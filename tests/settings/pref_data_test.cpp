@@ -35,29 +35,6 @@ class Broadcasts : public testing::AnnouncementTest {
   }
 };
 
-TEST_F(Broadcasts, AWriteIsStoredAtOnceAndAnnouncedLaterWithKeyValueAndAppMode) {
-  HWPrefData prefs;
-  HWNotificationUtils::setAppModeProvider([] { return std::uint64_t{1}; });
-  prefs.setObject(json(2), "HWUpdateFrequencyKey", "HWUpdateFrequencyDidChangeNotification");
-  EXPECT_EQ(prefs.integerForKey("HWUpdateFrequencyKey"), 2);
-  EXPECT_TRUE(received_.empty()) << "posted asynchronously from the main queue";
-  clock_->runUntilIdle();
-  ASSERT_EQ(received_.size(), 1u);
-  EXPECT_EQ(received_[0].first, "HWUpdateFrequencyDidChangeNotification");
-  EXPECT_EQ(received_[0].second, (json{{"HWUpdateFrequencyKey", 2}, {"appMode", 1}}));
-  EXPECT_TRUE(received_[0].second["appMode"].is_number_unsigned());
-}
-
-TEST_F(Broadcasts, ARemovalIsAnnouncedWithOnlyTheAppModeAndNoNameNotAtAll) {
-  HWPrefData prefs;
-  prefs.setObject(json::array({"TC0P"}), "HWFileLoggingSensorsKey");
-  prefs.setObject(json(true), "HWOpenAtLogin", std::nullopt);
-  prefs.setObject(std::nullopt, "HWFileLoggingSensorsKey", "HWFileLoggingSensorKeysDidChangeNotification");
-  clock_->runUntilIdle();
-  EXPECT_FALSE(prefs.objectForKey("HWFileLoggingSensorsKey").has_value());
-  EXPECT_EQ(received_, (decltype(received_){{"HWFileLoggingSensorKeysDidChangeNotification", {{"appMode", 0}}}}));
-}
-
 TEST_F(Broadcasts, PostedUserInfoIsCopiedAndAppModeOverridesAStaleOne) {
   json info = {{"k", "v"}, {"appMode", 99}};
   HWNotificationUtils::setAppModeProvider([] { return std::uint64_t{3}; });

@@ -71,6 +71,7 @@ TEST_F(SettingsTest, EverySetterStoresAtOnceAndAnnouncesAsTheKeyTableSays) {
     store->prefData()->setObject(json("something before"), c.key);
     c.write(*store);
     EXPECT_EQ(suite().get(c.key), c.stored);
+    EXPECT_TRUE(received_.empty()) << "announced later, from the main queue";
     clock_->runUntilIdle();
     const auto* row = settings::findSettingKey(c.key);
     ASSERT_NE(row, nullptr);

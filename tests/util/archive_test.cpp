@@ -31,78 +31,49 @@ TEST(KeyedArchiveTest, AllowedKindsApplyToTheRoot) {
   EXPECT_FALSE(toObjectOfClasses(archivedDataWithObject(json(nullptr)), kAllKinds).has_value());
 }
 
-// An archive written by hand, to feed shapes the encoder never makes.
-std::vector<std::uint8_t> archiveOf(plist_t objects, std::uint64_t root = 1) {
-  plist_t archive = plist_new_dict();
-  plist_t top = plist_new_dict();
-  plist_dict_set_item(top, "root", plist_new_uid(root));
-  plist_dict_set_item(archive, "$archiver", plist_new_string("NSKeyedArchiver"));
-  plist_dict_set_item(archive, "$version", plist_new_uint(100000));
-  plist_dict_set_item(archive, "$top", top);
-  plist_dict_set_item(archive, "$objects", objects);
+// A property list from JSON, where {"UID": n} stands for an object reference.
+plist_t plistOf(const json& value) {
+  if (value.is_object() && value.contains("UID")) return plist_new_uid(value["UID"].get<std::uint64_t>());
+  if (value.is_string()) return plist_new_string(value.get<std::string>().c_str());
+  if (value.is_number()) return plist_new_uint(value.get<std::uint64_t>());
+  plist_t node = value.is_array() ? plist_new_array() : plist_new_dict();
+  for (const auto& [key, item] : value.items()) {
+    if (value.is_array()) {
+      plist_array_append_item(node, plistOf(item));
+    } else {
+      plist_dict_set_item(node, key.c_str(), plistOf(item));
+    }
+  }
+  return node;
+}
+
+// Decodes an archive written by hand, to feed shapes the encoder never makes.
+std::optional<json> decodeByHand(const json& objects, std::uint64_t root = 1) {
+  plist_t archive = plistOf({{"$archiver", "NSKeyedArchiver"}, {"$version", 100000},
+                             {"$top", {{"root", {{"UID", root}}}}}, {"$objects", objects}});
   char* bytes = nullptr;
   std::uint32_t length = 0;
   plist_to_bin(archive, &bytes, &length);
-  std::vector<std::uint8_t> out(bytes, bytes + length);
+  std::vector<std::uint8_t> data(bytes, bytes + length);
   plist_to_bin_free(bytes);
   plist_free(archive);
-  return out;
+  return toObjectOfClasses(data, kAllKinds);
 }
 
-// A dictionary object with one key and one value, both given as object references.
-plist_t oneEntryDictionary(std::uint64_t key, std::uint64_t value, std::uint64_t classRef) {
-  plist_t dict = plist_new_dict();
-  plist_t keys = plist_new_array();
-  plist_array_append_item(keys, plist_new_uid(key));
-  plist_t values = plist_new_array();
-  plist_array_append_item(values, plist_new_uid(value));
-  plist_dict_set_item(dict, "NS.keys", keys);
-  plist_dict_set_item(dict, "NS.objects", values);
-  plist_dict_set_item(dict, "$class", plist_new_uid(classRef));
-  return dict;
-}
+json uid(int n) { return {{"UID", n}}; }
+json classEntry(const char* name) { return {{"$classes", json::array({name, "NSObject"})}, {"$classname", name}}; }
 
-plist_t classEntry(const char* name) {
-  plist_t entry = plist_new_dict();
-  plist_t chain = plist_new_array();
-  plist_array_append_item(chain, plist_new_string(name));
-  plist_array_append_item(chain, plist_new_string("NSObject"));
-  plist_dict_set_item(entry, "$classes", chain);
-  plist_dict_set_item(entry, "$classname", plist_new_string(name));
-  return entry;
-}
-
-TEST(KeyedArchiveTest, ReadsTheMutableAndStringObjectForms) {
-  // NSMutableDictionary { "k": NSMutableString "v" }.
-  plist_t objects = plist_new_array();
-  plist_array_append_item(objects, plist_new_string("$null"));
-  plist_array_append_item(objects, oneEntryDictionary(2, 3, 4));
-  plist_array_append_item(objects, plist_new_string("k"));
-  plist_t string = plist_new_dict();
-  plist_dict_set_item(string, "NS.string", plist_new_string("v"));
-  plist_dict_set_item(string, "$class", plist_new_uid(5));
-  plist_array_append_item(objects, string);
-  plist_array_append_item(objects, classEntry("NSMutableDictionary"));
-  plist_array_append_item(objects, classEntry("NSMutableString"));
-  EXPECT_EQ(toObjectOfClasses(archiveOf(objects), kArchiveDictionary), json({{"k", "v"}}));
-}
-
-TEST(KeyedArchiveTest, RejectsCyclesAndBadReferences) {
-  {  // An array that holds itself.
-    plist_t objects = plist_new_array();
-    plist_array_append_item(objects, plist_new_string("$null"));
-    plist_t array = plist_new_dict();
-    plist_t items = plist_new_array();
-    plist_array_append_item(items, plist_new_uid(1));
-    plist_dict_set_item(array, "NS.objects", items);
-    plist_dict_set_item(array, "$class", plist_new_uid(2));
-    plist_array_append_item(objects, array);
-    plist_array_append_item(objects, classEntry("NSArray"));
-    EXPECT_FALSE(toObjectOfClasses(archiveOf(objects), kAllKinds).has_value());
-  }
-  plist_t empty = plist_new_array();  // a root past the end
-  plist_array_append_item(empty, plist_new_string("$null"));
-  EXPECT_FALSE(toObjectOfClasses(archiveOf(empty, 7), kAllKinds).has_value());
+TEST(KeyedArchiveTest, ReadsTheMutableFormsAndRejectsCyclesAndBadReferences) {
+  const json dictionary = {{"NS.keys", json::array({uid(2)})}, {"NS.objects", json::array({uid(3)})}, {"$class", uid(4)}};
+  const json string = {{"NS.string", "v"}, {"$class", uid(5)}};
+  EXPECT_EQ(decodeByHand(json::array({"$null", dictionary, "k", string, classEntry("NSMutableDictionary"),
+                                      classEntry("NSMutableString")})),
+            json({{"k", "v"}}));
+  const json array = {{"NS.objects", json::array({uid(2)})}, {"$class", uid(3)}};
+  EXPECT_EQ(decodeByHand(json::array({"$null", array, "v", classEntry("NSMutableArray")})), json::array({"v"}));
+  const json holdsItself = {{"NS.objects", json::array({uid(1)})}, {"$class", uid(2)}};
+  EXPECT_EQ(decodeByHand(json::array({"$null", holdsItself, classEntry("NSArray")})), std::nullopt);
+  EXPECT_EQ(decodeByHand(json::array({"$null"}), 7), std::nullopt);  // a root past the end
 }
 
 TEST(KeyedArchiveTest, CorruptInputNeverCrashes) {
