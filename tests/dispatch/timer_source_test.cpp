@@ -107,19 +107,5 @@ TEST_F(TimerSourceTest, LateTicksAreCoalescedAndKeepThePhase) {
   EXPECT_EQ(ticks_, (std::vector<double>{0, 2, 9.5, 10, 12, 14}));
 }
 
-TEST_F(TimerSourceTest, TicksRunOnTheirQueueANullOneMeaningTheMainQueue) {
-  auto timer = makeTimer(nullptr);
-  auto onQueue = makeTimer(queue_);
-  bool onMain = false, onOwn = false;
-  timer->setHandler([&] { onMain = mainQueue()->isCurrent(); });
-  onQueue->setHandler([&] { onOwn = queue_->isCurrent(); });
-  for (auto* source : {&timer, &onQueue}) {
-    (*source)->schedule(nanoseconds(0), seconds(1), nanoseconds(0));
-    (*source)->resume();
-  }
-  time_->runUntilIdle();
-  EXPECT_TRUE(onMain && onOwn);
-}
-
 }  // namespace
 }  // namespace corvane::dispatch

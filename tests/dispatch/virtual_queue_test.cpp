@@ -56,6 +56,17 @@ TEST_F(VirtualQueueTest, DelayedWorkRunsInDueOrderThenSubmissionOrderWithTheCloc
   }
 }
 
+TEST_F(VirtualQueueTest, WorkDueInThePastRunsNowAfterWhatIsAlreadyDue) {
+  auto queue = serialQueue("q");
+  std::vector<int> order;
+  const auto start = monotonicNanos();
+  queue->async([&] { order.push_back(1); });
+  queue->asyncAt(start - 1'000'000'000, [&] { order.push_back(2); });
+  time_->runUntilIdle();
+  EXPECT_EQ(order, (std::vector<int>{1, 2}));
+  EXPECT_EQ(monotonicNanos(), start);
+}
+
 TEST_F(VirtualQueueTest, AdvanceRunsOnlyWhatIsDueAndMovesTheClock) {
   auto queue = serialQueue("q");
   int ran = 0;

@@ -45,16 +45,6 @@ INSTANTIATE_TEST_SUITE_P(Machines, SensorGoldenTest, ::testing::Values("MacBookP
                            return name;
                          });
 
-TEST(SensorListing, PlainCorvaneShowsNamedAndComputedSensorsOnly) {
-  testing::TempDir home;
-  const auto result = testing::runProgram(CORVANE_CLI_PATH, {"--machine", "MacBookPro16,1"}, home.path());
-  ASSERT_EQ(result.exitCode, 0) << result.err;
-  EXPECT_NE(result.out.find("Temperature\n"), std::string::npos);
-  EXPECT_NE(result.out.find("Average CPU"), std::string::npos);
-  EXPECT_NE(result.out.find("rpm"), std::string::npos);
-  EXPECT_EQ(result.out.find("IBAF"), std::string::npos);  // an unknown key, hidden by default
-}
-
 // A fan whose name key holds bytes that are no text: the JSON listing shows the printable part.
 TEST(SensorListing, ABadFanNameListsItsPrintablePart) {
   testing::TempDir home;

@@ -2,7 +2,6 @@
 
 #include <sys/stat.h>
 
-#include <cmath>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -112,35 +111,6 @@ TEST_F(SMCWrapperTest, KeysAreEnumeratedOnceKeepingNaNDroppingMinusOneAndUnknown
   EXPECT_TRUE(wrapper_->getAllSensorKeys().empty());
   EXPECT_GE(driver().counts().read, 1u);  // enumerated again, not answered from a cache
   EXPECT_EQ(recorder_->errors.back().message, "[SMCWrapper] Read (#KEY) failed");
-}
-
-TEST_F(SMCWrapperTest, AllSensorsListsFansFirstThenKeysWithTheirTypes) {
-  const auto sensors = wrapper_->getAllSensors();
-  ASSERT_EQ(sensors.size(), 7u);
-  struct Expected {
-    const char* key;
-    const char* name;
-    std::uint64_t type;
-    std::uint64_t group;
-    double min, max;
-  };
-  const Expected expected[] = {{"0", "Fan 1", 1, 11, 1000, 5000}, {"1", "Left", 1, 11, 1000, 5000},
-                               {"TC0P", "TC0P", 0, 0, 0, 110},    {"TNAN", "TNAN", 0, 0, 0, 110},
-                               {"VP0R", "VP0R", 2, 0, 0, 0},      {"PSTR", "PSTR", 4, 0, 0, 0},
-                               {"IC0R", "IC0R", 3, 0, 0, 0}};
-  for (std::size_t i = 0; i < sensors.size(); ++i) {
-    const auto& sensor = *sensors[i];
-    EXPECT_TRUE(sensor.key() == expected[i].key && sensor.name() == expected[i].name &&
-                toNumber(sensor.type()) == expected[i].type && toNumber(sensor.group()) == expected[i].group &&
-                sensor.minLimitValue() == expected[i].min && sensor.maxLimitValue() == expected[i].max &&
-                sensor.sourceType() == SourceType::kSMC)
-        << expected[i].key;
-  }
-  EXPECT_DOUBLE_EQ(sensors[1]->value(), 1800.0);
-  EXPECT_DOUBLE_EQ(sensors[2]->value(), 47.5);
-  EXPECT_TRUE(std::isnan(sensors[3]->value()));
-  EXPECT_DOUBLE_EQ(sensors[5]->value(), 10.0);
-  EXPECT_TRUE(recorder_->errors.empty());
 }
 
 TEST_F(SMCWrapperTest, ExternalValueIsTrueExactlyOnExitStatusZero) {
