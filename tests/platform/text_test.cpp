@@ -32,17 +32,5 @@ TEST(HexBytes, ReadStrictlyAndWriteBackInLowerCase) {
   }
 }
 
-TEST(Text, NumbersCodesAndStatuses) {
-  EXPECT_EQ(hexNumber("E00002c2"), 0xE00002C2u);
-  EXPECT_EQ(hexNumber(""), std::nullopt);
-  EXPECT_EQ(hexNumber("100000000"), std::nullopt);  // nine digits do not fit
-  EXPECT_EQ(hexNumber("1x"), std::nullopt);
-  static_assert(packFourCc("#KEY") == 0x234B4559u);
-  EXPECT_EQ(unpackFourCc(packFourCc("F0Ac")), "F0Ac");
-  EXPECT_EQ(unpackFourCc(packFourCc("ui8 ")), "ui8 ");
-  EXPECT_EQ(statusText(static_cast<int32_t>(0xE00002C2u)), "0xe00002c2");
-  EXPECT_EQ(statusText(0), "0x00000000");
-}
-
 }  // namespace
 }  // namespace corvane::text

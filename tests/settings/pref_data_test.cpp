@@ -15,18 +15,6 @@ namespace {
 
 using nlohmann::json;
 
-TEST(HWPrefData, ObjectForKeyWithDefaultAndRemoval) {
-  HWPrefData prefs(platform::DefaultsSuite::inMemory());
-  EXPECT_EQ(prefs.objectForKey("k", json("fallback")), json("fallback"));
-  prefs.setObject(json::array({"a"}), "k");
-  EXPECT_EQ(prefs.objectForKey("k"), json::array({"a"}));
-  EXPECT_EQ(prefs.objectForKey("k", json("fallback")), json::array({"a"}));
-  prefs.setObject(std::nullopt, "k");
-  EXPECT_FALSE(prefs.objectForKey("k").has_value());
-  prefs.setObject(json(nullptr), "k2");
-  EXPECT_TRUE(prefs.userDefaults().keys().empty());
-}
-
 class Broadcasts : public testing::AnnouncementTest {
  protected:
   void TearDown() override {

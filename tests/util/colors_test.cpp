@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include "corvane/util/fonts.h"
 
 namespace corvane::colors {
 namespace {
@@ -34,8 +33,6 @@ TEST(ColorsTest, DarkModeChosenAtCallTime) {
   setDarkModeProvider(nullptr);
   EXPECT_FALSE(isDarkMode());
 }
-
-TEST(FontsTest, LineHeight) { EXPECT_DOUBLE_EQ(fonts::lineHeight({12.0, -3.5, 1.0}), 16.5); }
 
 }  // namespace
 }  // namespace corvane::colors

@@ -18,17 +18,6 @@ class InstallPathsTest : public ::testing::Test {
   testing::TempDir dir_;
 };
 
-TEST_F(InstallPathsTest, PathsUnderTheLocations) {
-  const std::string support = (root() / "Library" / "Application Support" / "Corvane").string();
-  EXPECT_FALSE(fs::exists(support));
-  EXPECT_EQ(applicationSupportPath(), support);
-  EXPECT_TRUE(fs::is_directory(support));
-  EXPECT_EQ(oldApplicationSupportPath(), (root() / "Library" / "Application Support" / "Heat Warden").string());
-  EXPECT_EQ(documentsPath(), (root() / "Documents").string());
-  EXPECT_EQ(smcExeSrcPath(), (root() / "Corvane.app" / "Contents" / "MacOS").string() + "/Corvane SMC");
-  EXPECT_EQ(smcExePath(), support + "/Corvane SMC");
-}
-
 TEST_F(InstallPathsTest, PreferredLocationIsTheUserFolderOnlyWhenItHoldsAnApp) {
   fs::create_directories(root() / "System" / "Applications");
   const std::string system = fs::canonical(root() / "System" / "Applications").string();
