@@ -55,7 +55,6 @@ TEST(DecodeTest, DecodesAsTheTableSays) {
                                          {"spf0", {0xFF, 0xFF}, -1, 65535.0f},
                                          {"si16", {0xFF, 0xFE}, -1, 65534.0f},
                                          {"{pwm", {0x80, 0x00}, -1, 50.0f},
-                                         {"{pwm", {0xFF, 0xFF}, -1, 99.998474f},
                                          // Size zero is 0.0 for every type, known or not.
                                          {"sp78", {}, 0, 0.0f},
                                          {"ch8*", {}, 0, 0.0f},
