@@ -31,16 +31,6 @@ TEST(SensorValidity, JudgesTheValueByType) {
   }
 }
 
-TEST(SensorUnknown, IsUnknownOnlyWhenUnnamedAndUngrouped) {
-  auto sensor = [](const char* name, const char* fullName, SensorGroup group) {
-    return HWSensor::instanceWithKey({.key = "TZ9Z", .name = name, .fullName = fullName, .group = group});
-  };
-  EXPECT_TRUE(sensor("TZ9Z", "TZ9Z", SensorGroup::kUnknown)->isUnknownSensor());
-  EXPECT_FALSE(sensor("TZ9Z", "TZ9Z", SensorGroup::kMainboard)->isUnknownSensor());
-  EXPECT_FALSE(sensor("CPU Proximity", "CPU Proximity", SensorGroup::kUnknown)->isUnknownSensor());
-  EXPECT_FALSE(sensor("TZ9Z", "Zone", SensorGroup::kUnknown)->isUnknownSensor());
-}
-
 // Numbers read back from JSON, settings or the store: the last of each enumeration converts, the
 // next one up is refused.
 TEST(HWSensor, StoredNumbersConvertOnlyWithinTheEnumeration) {

@@ -4,8 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include "settings/announcement_fixture.h"
-
+#include "corvane/dispatch/dispatch.h"
 #include "corvane/monitors/monitor_timer.h"
 #include "corvane/platform/global_notifications.h"
 #include "corvane/settings/notification_utils.h"
@@ -29,12 +28,20 @@ class FixedSensorKeys : public LoggedSensorKeysSource {
   std::vector<std::string> keys_;
 };
 
-class SettingsTest : public testing::AnnouncementTest {
+// A fresh simulated platform (with its own settings file) on the virtual clock, recording every
+// global notification it carries.
+class SettingsTest : public ::testing::Test {
  protected:
-  SettingsTest() : AnnouncementTest(1'700'000'000) {}
+  void SetUp() override {
+    testing::installSimulated(nullptr, dir_.path(), /*announce=*/false);
+    clock_ = dispatch::installVirtualTime(1'700'000'000);
+    token_ = HWNotificationUtils::addObserver(
+        std::nullopt, [this](const std::string& name, const json& info) { received_.emplace_back(name, info); });
+  }
   void TearDown() override {
-    AnnouncementTest::TearDown();
+    token_.reset();
     settings::uninstallHooks();
+    HWNotificationUtils::setAppModeProvider(nullptr);
   }
 
   std::shared_ptr<HWSettingsDataStore> makeStore(std::vector<std::string> visible = {}, std::string preferred = "en") {
@@ -43,6 +50,11 @@ class SettingsTest : public testing::AnnouncementTest {
                                        [preferred] { return preferred; });
   }
   platform::DefaultsSuite& suite() { return platform::current().service<platform::DefaultsSuite>(); }
+
+  testing::TempDir dir_;
+  std::shared_ptr<dispatch::VirtualTime> clock_;
+  std::unique_ptr<platform::GlobalNotifications::Token> token_;
+  std::vector<std::pair<std::string, json>> received_;
 };
 
 // --- Every setter: what it stores and what it announces (the key table's notification or none).
@@ -199,6 +211,20 @@ TEST_F(SettingsTest, DelegatesHearChangesMadeByAnyWriter) {
   other->setUpdateFrequency(2);
   clock_->runUntilIdle();
   EXPECT_EQ(first->intervals, (std::vector<std::int64_t>{10, 5}));
+}
+
+TEST_F(SettingsTest, PostedUserInfoIsCopiedAndAppModeOverridesAStaleOne) {
+  json info = {{"k", "v"}, {"appMode", 99}};
+  HWNotificationUtils::setAppModeProvider([] { return std::uint64_t{3}; });
+  HWNotificationUtils::postGlobalNotification("N", info);
+  info["k"] = "changed after posting";
+  HWNotificationUtils::postGlobalNotification("M", json::array({1}));
+  HWNotificationUtils::postGlobalNotification("O");
+  clock_->runUntilIdle();
+  ASSERT_EQ(received_.size(), 3u);
+  EXPECT_EQ(received_[0].second, (json{{"k", "v"}, {"appMode", 3}}));
+  EXPECT_EQ(received_[1].second, (json{{"appMode", 3}}));
+  EXPECT_EQ(received_[2].second, (json{{"appMode", 3}}));
 }
 
 TEST_F(SettingsTest, ObserversRunLaterOnTheMainQueueAndADroppedTokenStopsCallsAlreadyQueued) {

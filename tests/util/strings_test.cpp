@@ -58,24 +58,6 @@ TEST(StringsTest, NumberFormatting) {
   EXPECT_EQ(formattedStringFromNumber(1234567.891), "1234567.89");
 }
 
-class LanguageProviderTest : public ::testing::Test {
- protected:
-  void TearDown() override { setCurrentLanguageProvider(nullptr); }
-};
-
-TEST_F(LanguageProviderTest, LookupFollowsTheCurrentLanguage) {
-  const std::string english = *localizedStringForKey("general-error-alert-message", "en");
-  EXPECT_EQ(localizedStringForKey("general-error-alert-message"), english);
-  // A key the table lacks reads as itself, as with the platform's bundles.
-  EXPECT_EQ(localizedStringForKey("TC0P", "en"), "TC0P");
-  // A language without a table is nil, and the one-argument lookup then gives "".
-  EXPECT_EQ(localizedStringForKey("general-error-alert-message", "xx"), std::nullopt);
-  setCurrentLanguageProvider([] { return std::string("xx"); });
-  EXPECT_EQ(localizedStringForKey("general-error-alert-message"), "");
-  setCurrentLanguageProvider([] { return std::string(); });
-  EXPECT_EQ(localizedStringForKey("general-error-alert-message"), english);
-}
-
 TEST(ErrorsTest, CodesDescribeThemselvesWithTheirMessage) {
   for (const auto& [code, key] :
        std::initializer_list<std::pair<long, const char*>>{{1, "add-fan-condition-alert-message"},
