@@ -103,10 +103,6 @@ TEST(MachineProfile, ResolvesNamesFilesAndReportsMissingOnes) {
   EXPECT_EQ(resolveMachine(dir.path().string(), &error), nullptr);
   EXPECT_THAT(error, HasSubstr("cannot read profile"));
 
-  testing::writeFile(dir.path() / "bench.json", R"({"sysctl": {}, "smc": []})");
-  auto fromStem = resolveMachine((dir.path() / "bench.json").string(), &error);
-  ASSERT_NE(fromStem, nullptr) << error;
-  EXPECT_EQ(fromStem->name, "bench");
   EXPECT_EQ(resolveMachine((dir.path() / "gone.json").string(), &error), nullptr);
   EXPECT_THAT(error, HasSubstr("gone.json': no such file"));
 }
