@@ -128,8 +128,8 @@ INSTANTIATE_TEST_SUITE_P(DumpImport, BuiltinSourceTest,
 TEST(DumpImport, CommandLineWritesTheProfileOrRefusesABadListing) {
   testing::TempDir dir;
   const auto out = dir.path() / "out.json";
-  auto run = testing::runProgram(
-      CORVANE_CLI_PATH, {"profile", "import", (kDumps / "MacBookPro16,1__virtualsmc.txt").string(), "-o", out.string()});
+  const auto dump = (kDumps / "MacBookPro16,1__virtualsmc.txt").string();
+  auto run = testing::runProgram(CORVANE_CLI_PATH, {"profile", "import", dump, "-o", out.string()});
   EXPECT_EQ(run.exitCode, 0) << run.err;
   EXPECT_EQ(testing::readFile(out), testing::readFile(kProfiles / "MacBookPro16,1.json"));
   testing::writeFile(dir.path() / "garbage.txt", "# header\nnot a key\n");

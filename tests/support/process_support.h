@@ -83,7 +83,8 @@ class ChildProcess {
   std::optional<std::string> readLine(std::chrono::milliseconds timeout) {
     const auto deadline = std::chrono::steady_clock::now() + timeout;
     for (auto end = buffer_.find('\n'); end == std::string::npos; end = buffer_.find('\n')) {
-      const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+      const auto left =
+          std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
       pollfd ready{fd_, POLLIN, 0};
       char chunk[4096];
       ssize_t got = 0;

@@ -64,7 +64,8 @@ json uid(int n) { return {{"UID", n}}; }
 json classEntry(const char* name) { return {{"$classes", json::array({name, "NSObject"})}, {"$classname", name}}; }
 
 TEST(KeyedArchiveTest, ReadsTheMutableFormsAndRejectsCyclesAndBadReferences) {
-  const json dictionary = {{"NS.keys", json::array({uid(2)})}, {"NS.objects", json::array({uid(3)})}, {"$class", uid(4)}};
+  const json dictionary = {
+      {"NS.keys", json::array({uid(2)})}, {"NS.objects", json::array({uid(3)})}, {"$class", uid(4)}};
   const json string = {{"NS.string", "v"}, {"$class", uid(5)}};
   EXPECT_EQ(decodeByHand(json::array({"$null", dictionary, "k", string, classEntry("NSMutableDictionary"),
                                       classEntry("NSMutableString")})),
