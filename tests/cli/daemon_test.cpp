@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cstdio>
 #include <functional>
+#include <map>
 #include <memory>
 #include <string>
 #include <thread>
@@ -35,13 +36,14 @@ class DaemonTest : public ::testing::Test {
     args.insert(args.end(), {"--machine", "MacBookPro16,1"});
     return std::make_unique<testing::ChildProcess>(
         program, args,
-        testing::environmentWith({{"XDG_DATA_HOME", home_.path().string()}, {"DBUS_SESSION_BUS_ADDRESS", bus_.address()}}),
+        std::map<std::string, std::string>{{"XDG_DATA_HOME", home_.path().string()},
+                                           {"DBUS_SESSION_BUS_ADDRESS", bus_.address()}},
         errFile);
   }
   // A daemon that has built its store and started its monitor.
   std::unique_ptr<testing::ChildProcess> startDaemon(const std::string& errFile = {}) {
     auto daemon = start(CORVANE_CLI_PATH, {"daemon"}, errFile);
-    const auto line = daemon->output().readLine(20s);
+    const auto line = daemon->readLine(20s);
     EXPECT_THAT(line.value_or(""), MatchesRegex("corvane: daemon " + std::to_string(daemon->pid()) +
                                                 " writing .*/Corvane/group/Database.sqlite every 2 s"));
     return daemon;
@@ -79,14 +81,14 @@ TEST_F(DaemonTest, WritesForReadersRefusesASecondSurvivesKillsAndADeletedStore) 
   const auto refused = testing::runProgram(CORVANE_CLI_PATH, {"daemon", "--machine", "MacBookPro16,1"}, home_.path());
   EXPECT_EQ(refused.exitCode, 1);
   EXPECT_EQ(refused.err, "corvane: a daemon is already running (pid " + std::to_string(first->pid()) + ")\n");
-  EXPECT_THAT(watch->output().readLine(10s).value_or(""), ::testing::StartsWith(kSaved));
+  EXPECT_THAT(watch->readLine(10s).value_or(""), ::testing::StartsWith(kSaved));
   ASSERT_TRUE(eventually([&] { return hourPoints() >= 1; }, 30s)) << "no graph point reached a reader";
 
   // Stopped by SIGTERM: every reading it counted is in the file (one hour point per five).
   ::kill(first->pid(), SIGTERM);
   EXPECT_EQ(first->wait(10s), 0);
   long readings = 0;
-  ASSERT_EQ(std::sscanf(first->output().readLine(1s).value_or("").c_str(), "corvane: daemon stopped after %ld readings",
+  ASSERT_EQ(std::sscanf(first->readLine(1s).value_or("").c_str(), "corvane: daemon stopped after %ld readings",
                         &readings), 1);
   const long points = readings / 5;
   EXPECT_EQ(testing::readFile(quiet), "");
@@ -96,10 +98,10 @@ TEST_F(DaemonTest, WritesForReadersRefusesASecondSurvivesKillsAndADeletedStore) 
   EXPECT_EQ(testing::readFile(file("Database.sqlite")), before);
 
   // Killed outright after a save of its own: the history is whole and the file opens.
-  while (watch->output().readLine(100ms)) {
+  while (watch->readLine(100ms)) {
   }
   auto killed = startDaemon();
-  EXPECT_THAT(watch->output().readLine(10s).value_or(""), ::testing::StartsWith(kSaved));
+  EXPECT_THAT(watch->readLine(10s).value_or(""), ::testing::StartsWith(kSaved));
   ::kill(killed->pid(), SIGKILL);
   killed->wait(10s);
   EXPECT_GE(hourPoints(), points);
