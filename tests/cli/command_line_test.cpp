@@ -82,6 +82,7 @@ INSTANTIATE_TEST_SUITE_P(
         RunCase{"NoSuchKey", CORVANE_CLI_PATH, {"smc", "read", "ZZZZ"}, 1, "", "no such key, 0xe00002f0"},
         RunCase{"DaemonHelp", CORVANE_CLI_PATH, {"daemon", "--help"}, 0, "Run as the process that reads", ""},
         RunCase{"DaemonTakesNoArguments", CORVANE_CLI_PATH, {"daemon", "now"}, 2, "", "now"},
+        RunCase{"CpuIntervalOutOfRange", CORVANE_CLI_PATH, {"cpu", "--interval", "0"}, 2, "", "--interval"},
         RunCase{"SettingsRead", CORVANE_CLI_PATH, {"settings", "list"}, 0, "", ""},
         RunCase{"SettingWritten", CORVANE_CLI_PATH, {"settings", "set", "HWTempUnitCelsius", "false"}, 0, "", "*",
                 true},

@@ -50,6 +50,7 @@ void registerGraphCommand(CLI::App& app, Context& context);
 void registerSimulateCommand(CLI::App& app, Context& context);
 void registerDaemonCommands(CLI::App& app, Context& context);
 void registerInfoCommand(CLI::App& app, Context& context);
+void registerCpuCommand(CLI::App& app, Context& context);
 
 // The sensor list with the default switches (named and computed sensors), as `corvane sensors`.
 int runSensorListing(Context& context);

@@ -107,6 +107,7 @@ int run(int argc, char** argv) {
   registerSimulateCommand(app, context);
   registerDaemonCommands(app, context);
   registerInfoCommand(app, context);
+  registerCpuCommand(app, context);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
