@@ -160,8 +160,6 @@ int simulate(Context& context, const SimulateOptions& options) {
   for (const auto& sensor : manager->sensorDataStore()->allSensors()) {
     for (int range = 0; range < 3; ++range) points[range] += sensor->graphPointCount(static_cast<HWTimeRange>(range));
   }
-  const std::uintmax_t file = fileSize(storePath);
-  const std::uintmax_t journal = fileSize(storePath.string() + "-wal") + fileSize(storePath.string() + "-shm");
   rusage usage{};
   getrusage(RUSAGE_SELF, &usage);
   const long maxResidentKB = usage.ru_maxrss;
@@ -171,6 +169,9 @@ int simulate(Context& context, const SimulateOptions& options) {
   manager.reset();
   clock.reset();
   SMCClose();
+  // Measured once the store is closed: what the run leaves on disk, the journal folded in.
+  const std::uintmax_t file = fileSize(storePath);
+  const std::uintmax_t journal = fileSize(storePath.string() + "-wal") + fileSize(storePath.string() + "-shm");
   if (!ownStore) fs::remove_all(folder, ec);
 
   if (options.json) {
