@@ -26,7 +26,7 @@ struct KeyInfoEntry {
 std::mutex g_keyInfoLock;
 KeyInfoEntry g_keyInfoCache[kKeyInfoCacheCapacity];
 int32_t g_keyInfoCacheCount = 0;
-const platform::SmcDriver* g_cacheDriver = nullptr;  // whose keys the cache describes
+std::uint64_t g_cacheDriver = 0;  // the instance of the driver whose keys the cache describes
 
 kern_return_t driverCall(const SMCKeyData& input, SMCKeyData& output) {
   return platform::current().smc().call(kSMCUserClientSelector, input, output);
@@ -59,9 +59,9 @@ kern_return_t SMCOpen(void) {
   {
     // A different machine (a newly installed platform) has different keys.
     std::lock_guard lock(g_keyInfoLock);
-    if (g_cacheDriver != &driver) {
+    if (g_cacheDriver != driver.instance()) {
       g_keyInfoCacheCount = 0;
-      g_cacheDriver = &driver;
+      g_cacheDriver = driver.instance();
     }
   }
   const auto opened = driver.open();
