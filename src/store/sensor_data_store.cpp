@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <optional>
+
 #include "corvane/dispatch/dispatch.h"
 #include "corvane/util/dictionaries.h"
 #include "platform/log.h"
@@ -80,8 +82,13 @@ void HWSensorDataStore::observe() {
     auto self = weak.lock();
     if (!self) return;
     if (fromOtherAppMode(info, self->environment_->appMode())) self->stack_->viewContext()->refreshAllObjects();
-    const auto sensors = self->allSensors();
-    self->forEachDelegate<HWSensorDataStoreDelegate>([&](auto& d) { d.sensorDataStoreSensorsDidChanged(sensors); });
+    // Fetched only for a listener: the writing process hears every save of its own, and with
+    // nobody listening the fetch of every sensor would double the cost of a monitoring tick.
+    std::optional<decltype(self->allSensors())> sensors;
+    self->forEachDelegate<HWSensorDataStoreDelegate>([&](auto& d) {
+      if (!sensors) sensors = self->allSensors();
+      d.sensorDataStoreSensorsDidChanged(*sensors);
+    });
   }));
   tokens_.push_back(
       environment_->addObserver(kMainSensorDidChange, [weak](const std::string&, const nlohmann::json& info) {
