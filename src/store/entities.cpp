@@ -10,6 +10,7 @@
 #include "corvane/util/dates.h"
 #include "corvane/util/strings.h"
 #include "store/store_access.h"
+#include "util/hook.h"
 
 namespace corvane {
 
@@ -17,10 +18,9 @@ using store_detail::Access;
 
 namespace {
 
-std::mutex settingsLock;
-std::function<HWEntitySettings()>& settingsProvider() {
-  static std::function<HWEntitySettings()> provider;
-  return provider;
+Hook<HWEntitySettings>& entitySettings() {
+  static Hook<HWEntitySettings> hook;
+  return hook;
 }
 
 bool percentMode() { return currentUnitPreferences().fanValueType == 1; }
@@ -30,18 +30,10 @@ constexpr std::int64_t kFanType = 1;
 }  // namespace
 
 void setEntitySettingsProvider(std::function<HWEntitySettings()> provider) {
-  std::lock_guard guard(settingsLock);
-  settingsProvider() = std::move(provider);
+  entitySettings().set(std::move(provider));
 }
 
-HWEntitySettings currentEntitySettings() {
-  std::function<HWEntitySettings()> provider;
-  {
-    std::lock_guard guard(settingsLock);
-    provider = settingsProvider();
-  }
-  return provider ? provider() : HWEntitySettings{};
-}
+HWEntitySettings currentEntitySettings() { return entitySettings().get(); }
 
 // ---- Sensor ----
 

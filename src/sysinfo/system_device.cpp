@@ -11,6 +11,7 @@
 #include "corvane/util/dates.h"
 #include "corvane/util/system_utils.h"
 #include "platform/log.h"
+#include "util/hook.h"
 
 namespace corvane {
 namespace {
@@ -25,24 +26,13 @@ std::shared_ptr<HWSystemDevice>& deviceSlot() {
   return slot;
 }
 
-std::mutex& localeLock() {
-  static std::mutex lock;
-  return lock;
+
+Hook<std::string>& localeCode() {
+  static Hook<std::string> hook;
+  return hook;
 }
 
-std::function<std::string()>& localeProvider() {
-  static std::function<std::string()> provider;
-  return provider;
-}
-
-std::string currentLocaleCode() {
-  std::function<std::string()> provider;
-  {
-    std::lock_guard guard(localeLock());
-    provider = localeProvider();
-  }
-  return provider ? provider() : std::string();
-}
+std::string currentLocaleCode() { return localeCode().get(); }
 
 std::string currentHostName() {
   auto name = HWSystemUtils::sysctlNSStringForKey("kern.hostname");
@@ -86,8 +76,7 @@ void HWSystemDevice::reset() {
 }
 
 void HWSystemDevice::setLocaleCodeProvider(std::function<std::string()> provider) {
-  std::lock_guard guard(localeLock());
-  localeProvider() = std::move(provider);
+  localeCode().set(std::move(provider));
 }
 
 std::optional<std::string> HWSystemDevice::getUptimeValue() const {

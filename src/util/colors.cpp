@@ -1,5 +1,6 @@
 #include "corvane/util/colors.h"
 #include "corvane/platform/text.h"
+#include "util/hook.h"
 
 #include <cstdint>
 #include <mutex>
@@ -10,13 +11,9 @@ namespace {
 
 using text::hexDigit;
 
-std::mutex& providerLock() {
-  static std::mutex lock;
-  return lock;
-}
-std::function<bool()>& darkModeProvider() {
-  static std::function<bool()> provider;
-  return provider;
+Hook<bool>& darkMode() {
+  static Hook<bool> hook;
+  return hook;
 }
 
 // The platform scanner's hexadecimal read of an unsigned 32-bit integer.
@@ -45,19 +42,9 @@ Color colorWithHexString(std::string_view hex) {
                ColorSpace::CalibratedRGB};
 }
 
-void setDarkModeProvider(std::function<bool()> provider) {
-  std::lock_guard guard(providerLock());
-  darkModeProvider() = std::move(provider);
-}
+void setDarkModeProvider(std::function<bool()> provider) { darkMode().set(std::move(provider)); }
 
-bool isDarkMode() {
-  std::function<bool()> provider;
-  {
-    std::lock_guard guard(providerLock());
-    provider = darkModeProvider();
-  }
-  return provider ? provider() : false;
-}
+bool isDarkMode() { return darkMode().get(false); }
 
 Color colorFromLightStyleColor(const Color& light, const Color& dark) { return isDarkMode() ? dark : light; }
 

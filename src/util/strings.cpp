@@ -13,6 +13,7 @@
 
 #include "util/icu_text.h"
 #include "util/resources.h"
+#include "util/hook.h"
 
 namespace corvane::strings {
 
@@ -102,23 +103,12 @@ std::shared_ptr<const Table> tableForLanguage(const std::string& language) {
 // The language of the product's own (development) table, used when no language is chosen.
 constexpr const char* kDevelopmentLanguage = "en";
 
-std::mutex& providerLock() {
-  static std::mutex lock;
-  return lock;
-}
-std::function<std::string()>& languageProvider() {
-  static std::function<std::string()> provider;
-  return provider;
+Hook<std::string>& language() {
+  static Hook<std::string> hook;
+  return hook;
 }
 
-std::string currentLanguage() {
-  std::function<std::string()> provider;
-  {
-    std::lock_guard guard(providerLock());
-    provider = languageProvider();
-  }
-  return provider ? provider() : std::string();
-}
+std::string currentLanguage() { return language().get(); }
 
 }  // namespace
 
@@ -205,9 +195,6 @@ std::optional<std::string> localizedStringForKey(const std::string& key, const s
   return it != table->end() ? it->second : key;
 }
 
-void setCurrentLanguageProvider(std::function<std::string()> provider) {
-  std::lock_guard guard(providerLock());
-  languageProvider() = std::move(provider);
-}
+void setCurrentLanguageProvider(std::function<std::string()> provider) { language().set(std::move(provider)); }
 
 }  // namespace corvane::strings
