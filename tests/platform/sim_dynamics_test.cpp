@@ -7,6 +7,7 @@
 #include <cmath>
 #include <cstring>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -93,43 +94,28 @@ TEST_F(SimDynamicsTest, OffReadsTheRecordedBytesOnWarmsUp) {
 }
 
 TEST_F(SimDynamicsTest, TemperaturesFollowTheLoadWithALagAndStayInRange) {
-  struct Case {
-    const char* key;
-    double rise;     // at full load
-    double ceiling;  // where it settles under load: recorded + rise, held at 105
-  };
   install("MacBookPro16,1");
   const double cpu = number("TC0P");
-  for (const Case& c : {Case{"TC0P", 35, cpu + 35}, Case{"TC2C", 80, 105}}) {
-    SCOPED_TRACE(c.key);
-    ASSERT_TRUE(enable(c.rise));
+  // Key, rise at full load, and where it settles under load: recorded + rise, held at 105.
+  for (const auto& [key, rise, ceiling] : {std::tuple{"TC0P", 35.0, cpu + 35}, std::tuple{"TC2C", 80.0, 105.0}}) {
+    SCOPED_TRACE(key);
+    ASSERT_TRUE(enable(rise));
     load = 0;
-    const double recorded = number(c.key);
+    const double recorded = number(key);
     // Under load it climbs without overshoot; once the load goes it falls back, never below
     // the recorded value by more than the margin.
-    struct Phase {
-      double load;
-      double settles;
-    };
-    for (const Phase& phase : {Phase{1, c.ceiling}, Phase{0, recorded}}) {
-      load = phase.load;
-      double previous = number(c.key);
+    for (const auto& [phase, settles] : {std::pair{1.0, ceiling}, std::pair{0.0, recorded}}) {
+      load = phase;
+      double previous = number(key);
       for (int step = 0; step < 20; ++step) {
         advance(10);
-        const double now = number(c.key);
-        if (phase.load > 0) {
-          EXPECT_GE(now, previous);
-          EXPECT_LE(now, c.ceiling + 0.01);
-        } else {
-          EXPECT_LE(now, previous);
-          EXPECT_GE(now, recorded - 3.01);
-        }
-        if (step == 0) {
-          EXPECT_GT(std::fabs(now - phase.settles), 5) << "no lag";
-        }
+        const double now = number(key);
+        EXPECT_LE((now - previous) * (phase > 0 ? -1 : 1), 0);
+        EXPECT_TRUE(phase > 0 ? now <= ceiling + 0.01 : now >= recorded - 3.01) << now;
+        EXPECT_TRUE(step > 0 || std::fabs(now - settles) > 5) << "no lag";
         previous = now;
       }
-      EXPECT_NEAR(previous, phase.settles, 0.1);
+      EXPECT_NEAR(previous, settles, 0.1);
     }
   }
 }
@@ -145,40 +131,33 @@ TEST_F(SimDynamicsTest, FanRampsToANewTargetInBoundedSteps) {
     ASSERT_EQ(SMCWriteKey(record), 0);
   };
   write("F0Md", 1);
-  struct Case {
-    double target;   // written
-    double settles;  // within the fan's range
-  };
-  for (const Case& c : {Case{maximum + 1000, maximum}, Case{(minimum + maximum) / 2, (minimum + maximum) / 2},
-                        Case{minimum - 500, minimum}}) {
-    write("F0Tg", c.target);
+  // Target written, and where it settles within the fan's range.
+  const double middle = (minimum + maximum) / 2;
+  for (const auto& [target, settles] :
+       {std::pair{maximum + 1000, maximum}, {middle, middle}, {minimum - 500, minimum}}) {
+    write("F0Tg", target);
     double previous = number("F0Ac");
     for (int step = 0; step < 12; ++step) {
       advance(1);
       const double now = number("F0Ac");
       EXPECT_LE(std::fabs(now - previous), 500 + 0.5);
-      EXPECT_LE(std::fabs(now - c.settles), std::fabs(previous - c.settles) + 1e-3);  // always closer
+      EXPECT_LE(std::fabs(now - settles), std::fabs(previous - settles) + 1e-3);  // always closer
       previous = now;
     }
-    EXPECT_NEAR(previous, c.settles, 0.5);
+    EXPECT_NEAR(previous, settles, 0.5);
   }
 }
 
 TEST(CpuTimesTest, ParsesTheMachineLine) {
-  struct Case {
-    const char* text;
-    bool parses;
-    uint64_t busy, total;
-  };
-  for (const Case& c : {Case{"cpu  100 5 20 1000 7 1 2 3 0 0\ncpu0 1 1 1 1\n", true, 131, 1138},
-                        Case{"cpu  4 0 6 90\n", true, 10, 100},  // an old kernel's four fields
-                        Case{"cpu  4 0 6\n", false, 0, 0}, Case{"cpu0 4 0 6 90\n", false, 0, 0},
-                        Case{"cpu  4 x 6 90\n", false, 0, 0}}) {
-    const auto times = platform::sim::parseCpuTimes(c.text);
-    ASSERT_EQ(times.has_value(), c.parses) << c.text;
-    if (times) {
-      EXPECT_EQ(std::make_pair(times->busy, times->total), std::make_pair(c.busy, c.total)) << c.text;
-    }
+  using Times = std::optional<std::pair<std::uint64_t, std::uint64_t>>;  // busy, total
+  for (const auto& [text, expected] :
+       {std::pair<const char*, Times>{"cpu  100 5 20 1000 7 1 2 3 0 0\ncpu0 1 1 1 1\n", std::pair{131, 1138}},
+        {"cpu  4 0 6 90\n", std::pair{10, 100}},  // an old kernel's four fields
+        {"cpu  4 0 6\n", {}},
+        {"cpu0 4 0 6 90\n", {}},
+        {"cpu  4 x 6 90\n", {}}}) {
+    const auto times = platform::sim::parseCpuTimes(text);
+    EXPECT_EQ(times ? Times(std::pair{times->busy, times->total}) : std::nullopt, expected) << text;
   }
 }
 
