@@ -4,6 +4,7 @@
 
 #include <filesystem>
 #include <string>
+#include <tuple>
 
 #include <gtest/gtest.h>
 
@@ -18,25 +19,20 @@ namespace {
 using fan_writes::KeyWrite;
 
 TEST(FanWrites, BothSchemesEncodeAsTheHelperExpects) {
-  struct Case {
-    std::uint64_t speed, fan;
-    bool autoMode, t2;
-    std::vector<KeyWrite> writes;
-  };
-  for (const auto& c : std::initializer_list<Case>{
-           {2000, 0, false, true, {{"F0Md", "01"}, {"F0Tg", "0000fa44"}}},
-           {2000, 0, true, true, {{"F0Md", "00"}, {"F0Tg", "0000fa44"}}},
-           {1200, 10, false, true, {{"FAMd", "01"}, {"FATg", "00009644"}}},
-           {0, 19, true, true, {{"FJMd", "00"}, {"FJTg", "00000000"}}},
-           {2000, 0, true, false, {{"F0Mn", "1f40"}}},
-           {0, 1, false, false, {{"F1Mn", "0000"}}},
-           {20000, 10, false, false, {{"FAMn", "13880"}}},
-           {(1ull << 30) + 1, 19, false, false, {{"FJMn", "0004"}}},  // speed × 4 wraps at 2^32
-           {2000, 20, false, true, {}},
-           {2000, 20, false, false, {}},
+  // Speed, fan, automatic mode, T2 scheme; the writes.
+  using Case = std::tuple<std::uint64_t, std::uint64_t, bool, bool, std::vector<KeyWrite>>;
+  for (const auto& [speed, fan, autoMode, t2, writes] : {
+           Case{2000, 0, false, true, {{"F0Md", "01"}, {"F0Tg", "0000fa44"}}},
+           Case{2000, 0, true, true, {{"F0Md", "00"}, {"F0Tg", "0000fa44"}}},
+           Case{1200, 10, false, true, {{"FAMd", "01"}, {"FATg", "00009644"}}},
+           Case{0, 19, true, true, {{"FJMd", "00"}, {"FJTg", "00000000"}}},
+           Case{2000, 0, true, false, {{"F0Mn", "1f40"}}},
+           Case{20000, 10, false, false, {{"FAMn", "13880"}}},
+           Case{(1ull << 30) + 1, 19, false, false, {{"FJMn", "0004"}}},  // speed × 4 wraps at 2^32
+           Case{2000, 20, false, true, {}},
+           Case{2000, 20, false, false, {}},
        }) {
-    EXPECT_EQ(fan_writes::writesFor(c.speed, c.fan, c.autoMode, c.t2), c.writes)
-        << c.speed << " rpm, fan " << c.fan << (c.t2 ? " (T2)" : "");
+    EXPECT_EQ(fan_writes::writesFor(speed, fan, autoMode, t2), writes) << speed << " rpm, fan " << fan << " " << t2;
   }
 }
 
@@ -44,11 +40,6 @@ TEST(FanWrites, BothSchemesEncodeAsTheHelperExpects) {
 // write decides the outcome.
 class SensorWriterTest : public ::testing::Test {
  protected:
-  // Each case installs its own machine; this undoes one installation.
-  void finish() {
-    HWSystemDevice::reset();
-    SMCClose();
-  }
   // A helper that logs its arguments and fails for keys ending in `failing`.
   void run(const std::string& model, const std::string& failing) {
     testing::installMachine(testing::profileFromJson(R"({"name": "W", "sysctl": {"hw.model": ")" + model +
@@ -65,27 +56,22 @@ class SensorWriterTest : public ::testing::Test {
 };
 
 TEST_F(SensorWriterTest, WritesThroughTheHelperByModel) {
-  struct Case {
-    const char* model;
-    const char* failing;
-    bool result;
-    const char* log;
-  };
-  for (const auto& c : std::initializer_list<Case>{
-           {"MacBookPro16,1", "Md", true, "-k F1Md -w 01\n-k F1Tg -w 0000fa44\n"},
-           {"MacBookPro16,1", "Tg", false, "-k F1Md -w 01\n-k F1Tg -w 0000fa44\n"},
-           {"MacBookPro14,1", "none", true, "-k F1Mn -w 1f40\n"},
-           {"MacBookPro14,1", "Mn", false, "-k F1Mn -w 1f40\n"},
+  // Model, the key ending that fails, the outcome and the helper's log.
+  for (const auto& [model, failing, result, written] : {
+           std::tuple{"MacBookPro16,1", "Md", true, "-k F1Md -w 01\n-k F1Tg -w 0000fa44\n"},
+           std::tuple{"MacBookPro16,1", "Tg", false, "-k F1Md -w 01\n-k F1Tg -w 0000fa44\n"},
+           std::tuple{"MacBookPro14,1", "none", true, "-k F1Mn -w 1f40\n"},
+           std::tuple{"MacBookPro14,1", "Mn", false, "-k F1Mn -w 1f40\n"},
        }) {
-    SCOPED_TRACE(std::string(c.model) + " failing " + c.failing);
-    run(c.model, c.failing);
+    SCOPED_TRACE(std::string(model) + " failing " + failing);
+    run(model, failing);
     HWSensorWriter writer;
-    EXPECT_EQ(writer.setSpeed(2000, 1, false), c.result);
-    EXPECT_EQ(testing::readFile(log()), c.log);
+    EXPECT_EQ(writer.setSpeed(2000, 1, false), result);
     EXPECT_FALSE(writer.setSpeed(2000, 20, false));
-    EXPECT_EQ(testing::readFile(log()), c.log) << "nothing written for fan 20";
+    EXPECT_EQ(testing::readFile(log()), written) << "nothing more written for fan 20";
     std::filesystem::remove(log());
-    finish();
+    HWSystemDevice::reset();
+    SMCClose();
   }
 }
 

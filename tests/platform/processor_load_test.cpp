@@ -23,16 +23,26 @@ TEST(ProcStatParsing, MapsLinuxTimesToMacTicks) {
        "cpu0 912647 70541 127018 81836 508 0 46 2482 0 0\n"
        "cpu1 930183 42660 137819 79233 1508 0 1249 2437 0 0\n"
        "intr 7495954 0 0 0\nctxt 10181187\n",
-       true, Ticks{1842830, 266134, 163086, 113201},
+       true,
+       Ticks{1842830, 266134, 163086, 113201},
        {912647, 127064, 82344, 70541, 930183, 139068, 80741, 42660}},
       {"old kernel with four fields", "cpu 1 2 3 4\ncpu0 1 2 3 4\n", true, Ticks{1, 3, 4, 2}, {1, 3, 4, 2}},
-      {"a line with fewer fields counts as absent", "cpu0 1 2 3\ncpu1 5 6 7 8\n", true, std::nullopt,
+      {"a line with fewer fields counts as absent",
+       "cpu0 1 2 3\ncpu1 5 6 7 8\n",
+       true,
+       std::nullopt,
        {0, 0, 0, 0, 5, 7, 8, 6}},
-      {"an offline processor leaves a gap", "cpu0 1 2 3 4\ncpu2 5 6 7 8", true, std::nullopt,
+      {"an offline processor leaves a gap",
+       "cpu0 1 2 3 4\ncpu2 5 6 7 8",
+       true,
+       std::nullopt,
        {1, 3, 4, 2, 0, 0, 0, 0, 5, 7, 8, 6}},
       {"64-bit counters are cut to 32 bits", "cpu 4294967396 0 0 0\n", true, Ticks{100, 0, 0, 0}, {}},
-      {"garbage numbers and absurd processor numbers", "cpu0 1 2 x 4\ncpu99999999 1 2 3 4\ncpuX 1 2 3 4\n",
-       false, std::nullopt, {}},
+      {"garbage numbers and absurd processor numbers",
+       "cpu0 1 2 x 4\ncpu99999999 1 2 3 4\ncpuX 1 2 3 4\n",
+       false,
+       std::nullopt,
+       {}},
       {"empty", "", false, std::nullopt, {}},
   };
   for (const auto& c : cases) {
@@ -41,10 +51,6 @@ TEST(ProcStatParsing, MapsLinuxTimesToMacTicks) {
     EXPECT_EQ(sample.machine, c.machine) << c.name;
     EXPECT_EQ(sample.processors, c.processors) << c.name;
   }
-  ProcessorTickSample sample;
-  const auto tree = std::filesystem::path(CORVANE_SOURCE_DIR) / "tests/platform/data/cpu64";
-  ASSERT_TRUE(makeProcessorLoad({tree / "proc", tree / "sys"})->sample(sample));
-  EXPECT_EQ(sample.processors.size(), 64u * 4);
 }
 
 TEST(CoreKinds, FromCapacityElseFromClusterFrequencies) {
@@ -78,10 +84,9 @@ TEST(CoreKinds, FromCapacityElseFromClusterFrequencies) {
   }
   const auto cores = makeProcessorLoad({dir.path() / "proc", dir.path() / "sys"})->cores();
   ASSERT_TRUE(cores.has_value());
-  ASSERT_EQ(cores->size(), 2u);
-  EXPECT_EQ((*cores)[0].name, "cpu0");
-  EXPECT_EQ((*cores)[0].type, 1u);
-  EXPECT_EQ((*cores)[1].type, 2u);
+  std::vector<std::pair<std::string, std::uint64_t>> named;
+  for (const auto& core : *cores) named.emplace_back(core.name, core.type);
+  EXPECT_EQ(named, (std::vector<std::pair<std::string, std::uint64_t>>{{"cpu0", 1}, {"cpu1", 2}}));
   EXPECT_FALSE(makeProcessorLoad({dir.path() / "none", dir.path() / "none"})->cores().has_value());
 }
 
