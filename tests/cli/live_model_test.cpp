@@ -123,8 +123,9 @@ TEST_F(BuildRows, GroupsByCategoryInTheUsersUnits) {
   for (const auto& c : cases) {
     setUnitPreferencesProvider([units = c.units] { return units; });
     std::vector<std::shared_ptr<HWSensorCategoryEntity>> categories(5);
-    for (std::int16_t type = 0; type < 5; ++type)
-      (categories[type] = std::make_shared<HWSensorCategoryEntity>())->setType(type);
+    for (std::int16_t type = 0; type < 5; ++type) {
+      (categories[static_cast<std::size_t>(type)] = std::make_shared<HWSensorCategoryEntity>())->setType(type);
+    }
     std::vector<SensorInput> inputs;
     for (const auto& spec : c.sensors) {
       auto sensor = std::make_shared<HWSensorEntity>();

@@ -66,8 +66,7 @@ TEST_F(SimDynamicsTest, OffReadsTheRecordedBytesOnWarmsUp) {
   for (const auto& [machine, hasHid] : {std::pair{testing::builtinMachine(), false}, std::pair{withHid, true}}) {
     SCOPED_TRACE(machine->name);
     install(machine);
-    const auto& profile = *machine;
-    const auto moved = [&profile] {  // keys, then HID temperatures, that differ from the recording
+    const auto moved = [&profile = *machine] {  // keys, then HID temperatures, that differ from the recording
       std::pair<int, int> count{0, 0};
       for (const auto& entry : profile.smc) {
         SMCValue value{};
@@ -80,14 +79,11 @@ TEST_F(SimDynamicsTest, OffReadsTheRecordedBytesOnWarmsUp) {
     };
     load = 1;
     for (bool on : {false, true}) {
-      if (on) {
-        ASSERT_TRUE(enable());
-      }
+      ASSERT_TRUE(!on || enable());
       EXPECT_EQ(moved(), std::make_pair(0, 0));  // every value starts where it was recorded
       advance(60);
-      const auto later = moved();
-      EXPECT_EQ(later.first > 0, on);
-      EXPECT_EQ(later.second > 0, on && hasHid);
+      const auto [keys, hid] = moved();
+      EXPECT_EQ(std::make_pair(keys > 0, hid > 0), std::make_pair(on, on && hasHid));
     }
     SMCClose();
   }
