@@ -85,7 +85,7 @@ TEST(CPULoadReaderPerCore, FoldsAndAveragesRecordedTicks) {
     const auto info = reader.response();
     const auto usages = info.perCoreUsages();
     ASSERT_EQ(usages.size(), c.perCore.size()) << c.name;
-    for (std::size_t i = 0; i < usages.size(); ++i) EXPECT_NEAR(usages[i], c.perCore[i], 1e-12) << c.name;
+    for (std::size_t i = 0; i < usages.size(); ++i) expectSame(usages[i], c.perCore[i], c.name);
     EXPECT_EQ(info.usagePerCore == nullptr, c.hyperthreading) << c.name;
     expectSame(info.usageECores.value_or(-1), c.eMean, c.name);
     expectSame(info.usagePCores.value_or(-1), c.pMean, c.name);
@@ -114,13 +114,11 @@ TEST(CPULoadReaderOverall, SharesFromMachineTicks) {
     for (std::size_t s = 0; s < runs[r].size(); ++s) {
       reader.read();
       const auto info = reader.response();
-      const auto& want = runs[r][s];
-      for (const auto& [got, expected] : {std::pair{info.userLoad, want.user},
-                                          {info.systemLoad, want.system},
-                                          {info.idleLoad, want.idle},
-                                          {info.totalUsage, want.total}}) {
-        EXPECT_NEAR(got, expected, 1e-12) << "run " << r << " step " << s;
-      }
+      const std::string at = "run " + std::to_string(r) + " step " + std::to_string(s);
+      EXPECT_NEAR(info.userLoad, runs[r][s].user, 1e-12) << at;
+      EXPECT_NEAR(info.systemLoad, runs[r][s].system, 1e-12) << at;
+      EXPECT_NEAR(info.idleLoad, runs[r][s].idle, 1e-12) << at;
+      EXPECT_NEAR(info.totalUsage, runs[r][s].total, 1e-12) << at;
     }
   }
 }
