@@ -133,9 +133,9 @@ TEST_F(SensorMonitorTest, HiddenSensorsAreNeitherUpdatedNorSampled) {
   // Source and whether unknown; only the named SMC sensor is shown.
   const std::pair<std::int16_t, bool> kinds[] = {{1, false}, {1, true}, {2, false}, {0, true}, {0, false}};
   std::vector<std::shared_ptr<HWSensorEntity>> picked;
-  for (const auto& [source, unknown] : kinds) {
-    picked.push_back(
-        find([&](const HWSensorEntity& s) { return s.sourceType() == source && s.isUnknownSensor() == unknown; }));
+  for (const auto& kind : kinds) {
+    picked.push_back(find(
+        [&](const HWSensorEntity& s) { return s.sourceType() == kind.first && s.isUnknownSensor() == kind.second; }));
     readingOf(picked.back()->key())->setValue(-7);  // kept by the reader unless it refreshes the sensor
   }
   runReadings(5);
