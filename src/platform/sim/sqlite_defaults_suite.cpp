@@ -13,6 +13,7 @@
 #include <chrono>
 #include <ctime>
 #include <mutex>
+#include <thread>
 
 #include "platform/defaults_suite_backends.h"
 #include "corvane/platform/text.h"
@@ -22,6 +23,7 @@ namespace corvane::platform {
 namespace {
 
 constexpr int kBusyTimeoutMs = 5000;
+constexpr int kBusyTries = 100;  // ten milliseconds apart
 
 // The file's identity, so that a file replaced under us (set aside by another process, or
 // removed) is noticed and opened afresh.
@@ -188,6 +190,9 @@ class SqliteDefaultsSuite final : public DefaultsSuite {
     connection_.reset();
     std::error_code ec;
     std::filesystem::create_directories(file_.parent_path(), ec);
+    // Processes opening a new file together race to switch it to its journal, and SQLite
+    // answers that switch "busy" at once rather than waiting: such a refusal is tried again.
+    int busyTries = 0;
     for (int attempt = 0; attempt < 2; ++attempt) {
       try {
         connection_ = std::make_unique<Connection>(file_);
@@ -196,6 +201,12 @@ class SqliteDefaultsSuite final : public DefaultsSuite {
       } catch (const WrongShape&) {
         setAsideLocked();
       } catch (const SQLite::Exception& e) {
+        const int primary = e.getErrorCode() & 0xFF;
+        if ((primary == SQLITE_BUSY || primary == SQLITE_LOCKED) && ++busyTries < kBusyTries) {
+          std::this_thread::sleep_for(std::chrono::milliseconds(10));
+          --attempt;
+          continue;
+        }
         if (!isDamage(e.getErrorCode())) break;
         setAsideLocked();
       } catch (const std::exception&) {
