@@ -74,7 +74,7 @@ TEST(FanModeText, ReadsTheModeKeyElseTheForcedMask) {
 }
 
 // A sensor as the view builds it from its own readings: unsaved, in an unsaved category.
-struct SensorSpec {
+struct SensorRow {
   const char* key;
   std::int16_t type;  // -1: in no category
   double value, recordedMin, recordedMax;
@@ -85,7 +85,7 @@ struct SensorSpec {
 struct RowsCase {
   const char* label;
   UnitPreferences units;
-  std::vector<SensorSpec> sensors;
+  std::vector<SensorRow> sensors;
   int sparkWidth;
   std::vector<std::string> expected;  // "# Header" or "key value status min max mode spark"
 };
@@ -127,16 +127,16 @@ TEST_F(BuildRows, GroupsByCategoryInTheUsersUnits) {
       (categories[static_cast<std::size_t>(type)] = std::make_shared<HWSensorCategoryEntity>())->setType(type);
     }
     std::vector<SensorInput> inputs;
-    for (const auto& spec : c.sensors) {
+    for (const auto& given : c.sensors) {
       auto sensor = std::make_shared<HWSensorEntity>();
-      sensor->setKey(spec.key);
-      if (spec.type >= 0) sensor->setCategory(categories[static_cast<std::size_t>(spec.type)]);
-      sensor->setValue(spec.value);
-      sensor->setMinValue(spec.minLimit);
-      sensor->setMaxValue(spec.maxLimit);
-      sensor->setRecordedMinValue(spec.recordedMin);
-      sensor->setRecordedMaxValue(spec.recordedMax);
-      inputs.push_back({sensor, spec.history, ""});
+      sensor->setKey(given.key);
+      if (given.type >= 0) sensor->setCategory(categories[static_cast<std::size_t>(given.type)]);
+      sensor->setValue(given.value);
+      sensor->setMinValue(given.minLimit);
+      sensor->setMaxValue(given.maxLimit);
+      sensor->setRecordedMinValue(given.recordedMin);
+      sensor->setRecordedMaxValue(given.recordedMax);
+      inputs.push_back({sensor, given.history, ""});
     }
     std::vector<std::string> shown;
     for (const auto& row : buildRows(inputs, kNow, c.sparkWidth)) {
