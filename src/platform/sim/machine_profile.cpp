@@ -123,6 +123,10 @@ class ProfileParser {
       if (!ioreg->is_object()) return fail("\"ioreg\" is not an object");
       profile.ioreg = text::cleanedStrings(*ioreg);
     }
+    if (auto power = root.find("powerSources"); power != root.end()) {
+      if (!power->is_array()) return fail("\"powerSources\" is not an array");
+      profile.powerSources = text::cleanedStrings(*power);
+    }
     return true;
   }
 
@@ -397,6 +401,7 @@ std::string serializeProfile(const MachineProfile& profile) {
   }
   if (!profile.displays.is_null()) members.emplace_back("displays", nested(profile.displays));
   if (!profile.ioreg.is_null()) members.emplace_back("ioreg", nested(profile.ioreg));
+  if (!profile.powerSources.is_null()) members.emplace_back("powerSources", nested(profile.powerSources));
   std::string out = "{\n";
   for (std::size_t i = 0; i < members.size(); ++i) {
     out += "  " + jsonQuoted(members[i].first) + ": " + members[i].second;
