@@ -70,6 +70,14 @@ bool HWPermissionHelper::isSMCPermissionGranted() {
   return path.has_value() && grantedAt(*path);
 }
 
+std::string HWPermissionHelper::smcPermissionMessage() {
+  if (isSMCPermissionGranted()) return {};
+  const auto& files = platform::current().files();
+  return "fan control needs the helper tool " + files::smcExePath().value_or("Corvane SMC") + " owned by " +
+         files.rootAccountName() + ":" + files.adminGroupName() +
+         " with mode 6555; run `corvane helper install` (it asks for an administrator's password)";
+}
+
 void HWPermissionHelper::requestSMCPermissionWithCompletionHandler(std::function<void(bool)> completion) {
   dispatch::serialQueue("Request Privilege")->async([completion = std::move(completion)]() mutable {
     const bool granted = install();

@@ -32,6 +32,11 @@ class HWPermissionHelper {
   static bool isGranted(const std::optional<platform::FileAttributes>& attributes, const std::string& rootAccount,
                         const std::string& adminGroup);
 
+  // Why fan control cannot change a fan, in one line that names the tool's path and ends with how
+  // to fix it; empty when the tool is installed as required. What every fan command prints
+  // (after "corvane: ") when it refuses for want of the helper tool.
+  static std::string smcPermissionMessage();
+
   // Where attributes come from (tests feed their own); null restores reading the file system.
   using AttributesReader = std::function<std::optional<platform::FileAttributes>(const std::filesystem::path&)>;
   static void setAttributesReader(AttributesReader reader);
