@@ -51,6 +51,11 @@ void registerSimulateCommand(CLI::App& app, Context& context);
 void registerDaemonCommands(CLI::App& app, Context& context);
 void registerInfoCommand(CLI::App& app, Context& context);
 void registerCpuCommand(CLI::App& app, Context& context);
+void registerFanCommands(CLI::App& app, Context& context);
+
+// True while a daemon holds its lock (nobody can take it); the fan commands leave the policy to
+// it then. Needs the platform installed.
+bool daemonIsRunning();
 
 // The sensor list with the default switches (named and computed sensors), as `corvane sensors`.
 int runSensorListing(Context& context);

@@ -108,6 +108,7 @@ int run(int argc, char** argv) {
   registerDaemonCommands(app, context);
   registerInfoCommand(app, context);
   registerCpuCommand(app, context);
+  registerFanCommands(app, context);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
