@@ -16,6 +16,8 @@
 #include "commands.h"
 #include "stop_on_signal.h"
 #include "corvane/dispatch/dispatch.h"
+#include "corvane/fan/fan_controller.h"
+#include "corvane/fan/fan_hand_back.h"
 #include "corvane/monitors/sensor_monitor.h"
 #include "corvane/settings/data_manager.h"
 #include "corvane/settings/settings_data_store.h"
@@ -128,6 +130,17 @@ int runDaemon(Context& context) {
     return kExitFailure;
   }
 
+  // Fans an earlier daemon forced and could not hand back (it was killed, or the machine lost
+  // power) go back to the system before anything else happens.
+  auto handBack = std::make_shared<HWFanHandBack>(files::appGroupURL() / "fans-taken.json");
+  {
+    HWSensorWriter writer;
+    if (const auto handed = handBack->handBackAll(writer); handed > 0) {
+      std::printf("corvane: handed %zu fan%s back to the system that an earlier daemon had left forced\n", handed,
+                  handed == 1 ? "" : "s");
+    }
+  }
+
   useSessionBus();
   HWDataManager::setAppMode(1);
   auto manager = HWDataManager::shared();
@@ -143,7 +156,11 @@ int runDaemon(Context& context) {
   auto keeper = std::make_shared<StoreKeeper>(manager, monitor);
   monitor->addDelegate(keeper);
   monitor->setup();
+  auto controller = HWFanController::create(manager, monitor);
+  controller->setHandBack(handBack);
+  controller->setup();
   monitor->start();
+  controller->start();
   std::printf("corvane: daemon %ld writing %s every %lld s\n", static_cast<long>(::getpid()),
               stack->storeURL().c_str(), static_cast<long long>(manager->settingsDataStore()->updateInterval()));
   std::fflush(stdout);
@@ -154,23 +171,37 @@ int runDaemon(Context& context) {
   // whatever a listener left pending.
   monitor->sensorTimer()->stop();
   manager->sensorDataStore()->save();
+  // The fan policy ends with the daemon: every fan it forced goes back to the system.
+  handBack->handBackAll(controller->sensorWriter());
   std::printf("corvane: daemon stopped after %ld readings\n", keeper->readings());
   return kExitOk;
 }
 
 }  // namespace
 
+bool daemonIsRunning() {
+  const auto path = files::appGroupURL() / "daemon.lock";
+  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return false;  // no daemon ever ran here
+  // Taken and let go at once: only a daemon holds it for longer.
+  const bool held = ::flock(fd, LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+  ::close(fd);
+  return held;
+}
+
 void registerDaemonCommands(CLI::App& app, Context& context) {
   auto* daemon = app.add_subcommand(
       "daemon",
       "Run as the process that reads the sensors and writes the store: values, extremes and graph "
-      "history at the update interval, each save announced to the other processes, until Ctrl-C or "
-      "SIGTERM (the last save is committed). One daemon at a time: another one is refused and names "
-      "the running one's pid");
+      "history at the update interval, each save announced to the other processes, and the fan control "
+      "mode in force (auto boost watches the fan conditions), until Ctrl-C or SIGTERM (the last save is "
+      "committed and every fan it forced goes back to the system). One daemon at a time: another one is "
+      "refused and names the running one's pid");
   daemon->footer(
       "Exit status: 0 after Ctrl-C or SIGTERM; 1 when a daemon already runs or the store cannot be "
       "written; 2 for a wrong invocation. A store file deleted under the daemon is noted in one line on "
-      "standard error and written afresh.");
+      "standard error and written afresh. Fans a killed daemon left forced are handed back when the next "
+      "one starts.");
   daemon->callback([&context] { context.exitCode = runDaemon(context); });
 }
 
