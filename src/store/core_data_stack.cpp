@@ -109,10 +109,13 @@ bool HWManagedObjectContext::writeToFile(HWError* error) {
   static constexpr HWEntity kWriteOrder[] = {HWEntity::kCategory, HWEntity::kFanSet, HWEntity::kSensor,
                                              HWEntity::kFanCondition, HWEntity::kGraphPoint};
   std::vector<HWManagedObject*> inserted;
+  // Saved objects given another row id (a graph point that moved), with the id they had.
+  std::vector<std::pair<HWManagedObject*, std::int64_t>> moved;
   {
     std::lock_guard guard(file->mutex());
     try {
       SQLite::Transaction transaction(file->db());
+      file->noticeOtherWriters();
       for (const auto& object : objects_->pending) {
         if (!object->deleted_ || object->objectID_ == 0) continue;
         auto& remove = file->statement("DELETE FROM \"" + std::string(entityName(object->entity())) +
@@ -123,17 +126,22 @@ bool HWManagedObjectContext::writeToFile(HWError* error) {
       for (HWEntity entity : kWriteOrder) {
         for (const auto& object : objects_->pending) {
           if (object->deleted_ || !object->changed_ || object->entity() != entity) continue;
-          if (object->objectID_ == 0) inserted.push_back(object.get());
+          const std::int64_t before = object->objectID_;
+          if (before == 0) inserted.push_back(object.get());
           Access::write(*object, *file);
+          if (before != 0 && object->objectID_ != before) moved.emplace_back(object.get(), before);
         }
       }
       transaction.commit();
     } catch (const std::exception& e) {
-      // Rolled back: new objects are new again, and every change stays pending.
+      // Rolled back: new objects are new again, moved ones back where they were, and every
+      // change stays pending.
       for (auto* object : inserted) object->objectID_ = 0;
+      for (auto& [object, before] : moved) object->objectID_ = before;
       return fail(e.what());
     }
   }
+  for (auto& [object, before] : moved) objects_->registered.erase({object->entity(), before});
   for (const auto& object : objects_->pending) {
     object->changed_ = false;
     if (object->deleted_) {
@@ -270,6 +278,7 @@ void HWCoreDataStack::deleteAllObjectsOf(HWEntity entity, const std::shared_ptr<
   std::lock_guard guard(store->mutex());
   try {
     store->db().exec("DELETE FROM \"" + std::string(entityName(entity)) + "\"");
+    store->forgetPointTails();
   } catch (const std::exception&) {
     // As with any batch delete, a failure leaves the rows; nobody is told.
   }

@@ -53,12 +53,41 @@ void HWSensorEntity::setCategory(const std::shared_ptr<HWSensorCategoryEntity>& 
   categoryOrder_ = -1;
 }
 
+namespace {
+
+namespace ids = store_detail::point_ids;
+
+// A sensor's points of one range: the range's time-ordered run and the sensor's other points.
+constexpr const char* kPointsOfRange =
+    R"(("id" BETWEEN ? AND ? OR "id" BETWEEN ? AND ?) AND "timeRange" = ? AND "sensor" = ?)";
+
+void bindPointsOfRange(SQLite::Statement& s, std::int64_t sensor, int range) {
+  const int slot = ids::slotOf(range);
+  s.bind(1, static_cast<int64_t>(ids::first(sensor, slot)));
+  s.bind(2, static_cast<int64_t>(ids::last(sensor, slot)));
+  s.bind(3, static_cast<int64_t>(ids::first(sensor, ids::kOtherSlot)));
+  s.bind(4, static_cast<int64_t>(ids::last(sensor, ids::kOtherSlot)));
+  s.bind(5, range);
+  s.bind(6, static_cast<int64_t>(sensor));
+}
+
+// Every point of a sensor: its run of row ids.
+constexpr const char* kPointsOfSensor = R"("id" BETWEEN ? AND ? AND "sensor" = ?)";
+
+void bindPointsOfSensor(SQLite::Statement& s, std::int64_t sensor) {
+  s.bind(1, static_cast<int64_t>(ids::first(sensor, 0)));
+  s.bind(2, static_cast<int64_t>(ids::last(sensor, ids::kOtherSlot)));
+  s.bind(3, static_cast<int64_t>(sensor));
+}
+
+}  // namespace
+
 std::vector<std::shared_ptr<HWGraphPointEntity>> HWSensorEntity::graphPoints() const {
   auto context = managedObjectContext();
   if (!context || objectID() == 0) return {};
   const std::int64_t id = objectID();
   return Access::fetch<HWGraphPointEntity>(
-      *context, HWEntity::kGraphPoint, "\"sensor\" = ?", [id](SQLite::Statement& s) { s.bind(1, static_cast<int64_t>(id)); },
+      *context, HWEntity::kGraphPoint, kPointsOfSensor, [id](SQLite::Statement& s) { bindPointsOfSensor(s, id); },
       "\"sensorOrder\"", [this](const HWGraphPointEntity& p) { return p.sensor().get() == this; });
 }
 
@@ -68,12 +97,8 @@ std::vector<std::shared_ptr<HWGraphPointEntity>> HWSensorEntity::graphPoints(HWT
   const std::int64_t id = objectID();
   const int number = static_cast<int>(range);
   return Access::fetch<HWGraphPointEntity>(
-      *context, HWEntity::kGraphPoint, "\"sensor\" = ? AND \"timeRange\" = ?",
-      [id, number](SQLite::Statement& s) {
-        s.bind(1, static_cast<int64_t>(id));
-        s.bind(2, number);
-      },
-      "\"sensorOrder\"",
+      *context, HWEntity::kGraphPoint, kPointsOfRange,
+      [id, number](SQLite::Statement& s) { bindPointsOfRange(s, id, number); }, "\"sensorOrder\"",
       [this, number](const HWGraphPointEntity& p) { return p.sensor().get() == this && p.timeRange() == number; });
 }
 
@@ -82,12 +107,8 @@ std::int64_t HWSensorEntity::graphPointCount(HWTimeRange range) const {
   const std::int64_t id = objectID();
   auto context = managedObjectContext();
   return static_cast<std::int64_t>(Access::scalar(
-      context.get(), R"(SELECT COUNT(*) FROM "GraphPoint" WHERE "sensor" = ? AND "timeRange" = ?)",
-      [id, range](SQLite::Statement& s) {
-        s.bind(1, static_cast<int64_t>(id));
-        s.bind(2, static_cast<int>(range));
-      },
-      0));
+      context.get(), std::string(R"(SELECT COUNT(*) FROM "GraphPoint" WHERE )") + kPointsOfRange,
+      [id, range](SQLite::Statement& s) { bindPointsOfRange(s, id, static_cast<int>(range)); }, 0));
 }
 
 std::int64_t HWSensorEntity::categoryTypeNumber() const {
@@ -202,8 +223,8 @@ double HWSensorEntity::finalRecordedMaxValue() const {
   auto context = managedObjectContext();
   const double found =
       id == 0 ? kNothingRecorded
-              : Access::scalar(context.get(), R"(SELECT MAX("pointY") FROM "GraphPoint" WHERE "sensor" = ?)",
-                               [id](SQLite::Statement& s) { s.bind(1, static_cast<int64_t>(id)); }, kNothingRecorded);
+              : Access::scalar(context.get(), std::string(R"(SELECT MAX("pointY") FROM "GraphPoint" WHERE )") + kPointsOfSensor,
+                               [id](SQLite::Statement& s) { bindPointsOfSensor(s, id); }, kNothingRecorded);
   return found == kNothingRecorded ? recordedMaxValue_ : found;
 }
 
@@ -212,8 +233,8 @@ double HWSensorEntity::finalRecordedMinValue() const {
   auto context = managedObjectContext();
   const double found =
       id == 0 ? kNothingRecorded
-              : Access::scalar(context.get(), R"(SELECT MIN("pointY") FROM "GraphPoint" WHERE "sensor" = ?)",
-                               [id](SQLite::Statement& s) { s.bind(1, static_cast<int64_t>(id)); }, kNothingRecorded);
+              : Access::scalar(context.get(), std::string(R"(SELECT MIN("pointY") FROM "GraphPoint" WHERE )") + kPointsOfSensor,
+                               [id](SQLite::Statement& s) { bindPointsOfSensor(s, id); }, kNothingRecorded);
   return found == kNothingRecorded ? recordedMinValue_ : found;
 }
 

@@ -346,6 +346,10 @@ std::shared_ptr<HWFanConditionEntity> HWSensorDataStore::createFanConditionWithF
   return condition;
 }
 
+namespace {
+constexpr int kPagesGivenBackPerPrune = 64;
+}  // namespace
+
 std::int64_t HWSensorDataStore::deleteGraphPoints(const std::vector<std::shared_ptr<HWSensorEntity>>& sensors,
                                                   HWTimeRange range, double before) {
   store_detail::StoreFile* file = Access::file(*stack_->viewContext());
@@ -369,15 +373,53 @@ std::int64_t HWSensorDataStore::deleteGraphPoints(const std::vector<std::shared_
     ChecksOff checksOff(file->db());
     std::int64_t removed = 0;
     SQLite::Transaction transaction(file->db());
+    namespace ids = store_detail::point_ids;
+    const int slot = ids::slotOf(static_cast<int>(range));
     for (const auto& sensor : sensors) {
       if (!sensor || sensor->objectID() == 0) continue;
-      auto& remove = file->statement(
-          R"(DELETE FROM "GraphPoint" WHERE "sensor" = ? AND "timeRange" = ? AND "pointX" < ?)");
-      remove.bind(1, static_cast<int64_t>(sensor->objectID()));
-      remove.bind(2, static_cast<int>(range));
-      remove.bind(3, before);
-      removed += remove.exec();
+      const std::int64_t id = sensor->objectID();
+      if (slot != ids::kOtherSlot) {
+        // The range's run is in time order: what is out of date is its head, up to the first point
+        // still inside. A run wholly out of date (a store left alone for longer than the range)
+        // goes without looking at its rows.
+        const std::int64_t first = ids::first(id, slot), last = ids::last(id, slot);
+        auto& lastPoint = file->statement(
+            R"(SELECT "pointX" FROM "GraphPoint" WHERE "id" BETWEEN ? AND ? ORDER BY "id" DESC LIMIT 1)");
+        lastPoint.bind(1, static_cast<int64_t>(first));
+        lastPoint.bind(2, static_cast<int64_t>(last));
+        const bool any = lastPoint.executeStep();
+        const bool allGo = any && lastPoint.getColumn(0).getDouble() < before;
+        lastPoint.reset();
+        std::int64_t end = last + 1;
+        if (any && !allGo) {
+          auto& firstKept = file->statement(
+              R"(SELECT "id" FROM "GraphPoint" WHERE "id" BETWEEN ? AND ? AND "pointX" >= ? ORDER BY "id" LIMIT 1)");
+          firstKept.bind(1, static_cast<int64_t>(first));
+          firstKept.bind(2, static_cast<int64_t>(last));
+          firstKept.bind(3, before);
+          if (firstKept.executeStep()) end = firstKept.getColumn(0).getInt64();
+          firstKept.reset();
+        }
+        if (any && end > first) {
+          auto& head = file->statement(R"(DELETE FROM "GraphPoint" WHERE "id" >= ? AND "id" < ?)");
+          head.bind(1, static_cast<int64_t>(first));
+          head.bind(2, static_cast<int64_t>(end));
+          removed += head.exec();
+        }
+      }
+      // The sensor's points kept out of time order, row by row (there are seldom any).
+      auto& others = file->statement(
+          R"(DELETE FROM "GraphPoint" WHERE "id" BETWEEN ? AND ? AND "timeRange" = ? AND "pointX" < ?)");
+      others.bind(1, static_cast<int64_t>(ids::first(id, ids::kOtherSlot)));
+      others.bind(2, static_cast<int64_t>(ids::last(id, ids::kOtherSlot)));
+      others.bind(3, static_cast<int>(range));
+      others.bind(4, before);
+      removed += others.exec();
     }
+    // Emptied pages go back to the file system in the same save, a bounded number per call: a
+    // pass after a long absence frees thousands, and moving them all at once would cost as much
+    // as the deletes. The passes that follow give back the rest; until then new points reuse them.
+    if (removed > 0) file->db().exec("PRAGMA incremental_vacuum(" + std::to_string(kPagesGivenBackPerPrune) + ")");
     transaction.commit();
     return removed;
   } catch (const std::exception&) {

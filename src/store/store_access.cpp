@@ -1,6 +1,7 @@
 // Row I/O of the five entities and the typed fetch over a context.
 #include <algorithm>
 #include <set>
+#include <stdexcept>
 
 #include "store/store_access.h"
 
@@ -222,23 +223,61 @@ void Access::write(HWManagedObject& object, StoreFile& file) {
       finish(object, st, file, 8);
       break;
     }
-    case HWEntity::kGraphPoint: {
-      auto& p = static_cast<HWGraphPointEntity&>(object);
-      const std::int64_t sensor = p.sensor_ ? p.sensor_->objectID() : p.sensorID_;
-      p.sensorID_ = sensor;
-      // A new point goes after every point there is: its order is the next row id.
-      auto& st = file.statement(
-          isNew ? R"(INSERT INTO "GraphPoint" ("pointX", "pointY", "timeRange", "sensor", "sensorOrder")
-                     VALUES (?, ?, ?, ?, (SELECT IFNULL(MAX("id"), 0) + 1 FROM "GraphPoint")))"
-                : R"(UPDATE "GraphPoint" SET "pointX" = ?, "pointY" = ?, "timeRange" = ?, "sensor" = ? WHERE "id" = ?)");
-      st.bind(1, p.pointX_);
-      st.bind(2, p.pointY_);
-      st.bind(3, p.timeRange_);
-      bindID(st, 4, sensor);
-      finish(object, st, file, 5);
-      break;
+    case HWEntity::kGraphPoint: writePoint(static_cast<HWGraphPointEntity&>(object), file); break;
+  }
+}
+
+void Access::writePoint(HWGraphPointEntity& p, StoreFile& file) {
+  namespace ids = point_ids;
+  const std::int64_t sensor = p.sensor_ ? p.sensor_->objectID() : p.sensorID_;
+  p.sensorID_ = sensor;
+  if (sensor < 0 || sensor > ids::kMaxSensor) throw std::runtime_error("a graph point's sensor id is out of range");
+  const std::int64_t old = p.objectID_;
+  if (old != 0) {
+    // Only the value changed: the row stays where it is.
+    auto& stored = file.statement(R"(SELECT "pointX", "timeRange" FROM "GraphPoint" WHERE "id" = ?)");
+    stored.bind(1, static_cast<int64_t>(old));
+    const bool same = stored.executeStep() && ids::sensorOf(old) == sensor &&
+                      stored.getColumn(0).getDouble() == p.pointX_ && stored.getColumn(1).getInt() == p.timeRange_;
+    stored.reset();
+    if (same) {
+      auto& st = file.statement(R"(UPDATE "GraphPoint" SET "pointY" = ? WHERE "id" = ?)");
+      st.bind(1, p.pointY_);
+      st.bind(2, static_cast<int64_t>(old));
+      st.exec();
+      return;
+    }
+    auto& remove = file.statement(R"(DELETE FROM "GraphPoint" WHERE "id" = ?)");
+    remove.bind(1, static_cast<int64_t>(old));
+    remove.exec();
+  }
+  std::int64_t seq = 0;
+  int slot = ids::kOtherSlot;
+  if (old != 0 && ids::sensorOf(old) == sensor) {
+    // Same sensor, new time or range: it keeps its place among the sensor's points, which is
+    // out of time order for a range's run.
+    seq = ids::seqOf(old);
+  } else {
+    StoreFile::PointTail& tail = file.pointTail(sensor);
+    seq = tail.nextSeq++;
+    const int wanted = ids::slotOf(p.timeRange_);
+    if (wanted != ids::kOtherSlot && p.pointX_ >= tail.lastX[wanted]) {
+      slot = wanted;
+      tail.lastX[wanted] = p.pointX_;
     }
   }
+  if (seq > ids::kSeqMask) throw std::runtime_error("a sensor has used up its graph point numbers");
+  const std::int64_t id = ids::first(sensor, slot) | seq;
+  auto& st = file.statement(R"(INSERT INTO "GraphPoint" ("id", "pointX", "pointY", "timeRange", "sensor", "sensorOrder")
+                               VALUES (?, ?, ?, ?, ?, ?))");
+  st.bind(1, static_cast<int64_t>(id));
+  st.bind(2, p.pointX_);
+  st.bind(3, p.pointY_);
+  st.bind(4, p.timeRange_);
+  bindID(st, 5, sensor);
+  st.bind(6, static_cast<int64_t>(seq));
+  st.exec();
+  p.objectID_ = id;
 }
 
 void Access::copyAttributes(HWManagedObject& to, const HWManagedObject& from) {

@@ -9,6 +9,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <unordered_map>
 #include <unordered_set>
 #include <string>
 #include <vector>
@@ -44,6 +45,31 @@ struct HWManagedObjectContext::Objects {
 
 namespace corvane::store_detail {
 
+// Graph point row ids cluster the table by sensor and range: id = sensor << 40 | slot << 38 | seq.
+// One sensor's points of one range are then one run of neighbouring rows, so pruning a range is a
+// single range delete on the table itself and no second index has to follow. Slots 0 to 2 hold
+// the hour, day and week points appended in time order; slot 3 holds every other point of the
+// sensor (one appended out of time order, one moved, one of an unknown range), which queries and
+// pruning filter row by row. `seq` numbers the sensor's points in the order they were added, all
+// ranges together: it is also the point's place in the sensor's ordered points ("sensorOrder").
+namespace point_ids {
+inline constexpr int kSensorShift = 40;
+inline constexpr int kSlotShift = 38;
+inline constexpr std::int64_t kSeqMask = (std::int64_t{1} << kSlotShift) - 1;
+inline constexpr int kOtherSlot = 3;
+// Sensor row ids beyond this do not fit in a point id.
+inline constexpr std::int64_t kMaxSensor = (std::int64_t{1} << (63 - kSensorShift)) - 1;
+
+inline int slotOf(int timeRange) { return timeRange >= 0 && timeRange < kOtherSlot ? timeRange : kOtherSlot; }
+inline std::int64_t first(std::int64_t sensor, int slot) {
+  return (sensor << kSensorShift) | (static_cast<std::int64_t>(slot) << kSlotShift);
+}
+inline std::int64_t last(std::int64_t sensor, int slot) { return first(sensor, slot) | kSeqMask; }
+inline std::int64_t sensorOf(std::int64_t id) { return id >> kSensorShift; }
+inline int slotOfID(std::int64_t id) { return static_cast<int>((id >> kSlotShift) & 3); }
+inline std::int64_t seqOf(std::int64_t id) { return id & kSeqMask; }
+}  // namespace point_ids
+
 // The store file, opened once: schema created or migrated forward, WAL journal, foreign keys on.
 // All statements run under `mutex()`; prepared statements are kept, so a hot query prepares once.
 class StoreFile {
@@ -57,6 +83,19 @@ class StoreFile {
   // The prepared statement for `sql`, reset and with its bindings cleared.
   SQLite::Statement& statement(const std::string& sql);
 
+  // Where a sensor's next point goes: its next sequence number and, per time-ordered slot, the
+  // time of the slot's last point (-infinity when empty). Read from the file on first use and
+  // kept up to date by the writes of this connection.
+  struct PointTail {
+    std::int64_t nextSeq = 1;
+    double lastX[point_ids::kOtherSlot];
+  };
+  PointTail& pointTail(std::int64_t sensor);
+  // Forgets every tail when another connection has written since this one last looked (call
+  // inside the write transaction), or unconditionally.
+  void noticeOtherWriters();
+  void forgetPointTails() { tails_.clear(); }
+
  private:
   bool openOnce(const std::filesystem::path& file);
   void setAside(const std::filesystem::path& file);
@@ -65,6 +104,8 @@ class StoreFile {
   bool readOnly_ = false;
   std::recursive_mutex mutex_;
   std::map<std::string, std::unique_ptr<SQLite::Statement>> statements_;
+  std::unordered_map<std::int64_t, PointTail> tails_;
+  std::int64_t dataVersion_ = -1;
 };
 
 // The statements that build schema version `version` from the one before; index 0 builds 1.
@@ -81,8 +122,10 @@ struct Access {
   static std::string columns(HWEntity entity);
   // Reads the attributes from a row selected with columns() (row id in column 0).
   static void read(HWManagedObject& object, SQLite::Statement& row);
-  // Inserts or updates the object's row; gives a new object its row id.
+  // Inserts or updates the object's row; gives a new object its row id. A graph point whose
+  // sensor, range or time changed moves to a new row id (see point_ids).
   static void write(HWManagedObject& object, StoreFile& file);
+  static void writePoint(HWGraphPointEntity& point, StoreFile& file);
   static void copyAttributes(HWManagedObject& to, const HWManagedObject& from);
   static std::int64_t& objectID(HWManagedObject& object) { return object.objectID_; }
   // A sensor's place in its category (-1: at the end, once saved).

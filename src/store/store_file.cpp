@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <ctime>
+#include <limits>
 #include <string>
 
 #include "platform/log.h"
@@ -13,6 +14,7 @@ namespace corvane::store_detail {
 namespace {
 
 constexpr int kBusyTimeoutMs = 5000;
+constexpr int kIncrementalVacuum = 2;  // PRAGMA auto_vacuum's value for INCREMENTAL
 
 // The file is not ours or not sound: set it aside and build a fresh one.
 struct NotOurStore {
@@ -63,6 +65,26 @@ const std::vector<std::vector<std::string>>& migrations() {
       // the index alone, never from the rows.
       R"(DROP INDEX "GraphPoint_sampling")",
       R"(CREATE INDEX "GraphPoint_sampling" ON "GraphPoint"("sensor", "timeRange", "pointX", "pointY"))",
+  }, {
+      // Version 3: points clustered by their id (see point_ids) instead of a second index, which
+      // every prune had to follow row by row. Every point is kept, in its sensor's order; a point
+      // that came out of time order within its range goes to the sensor's slot for such points.
+      R"(CREATE TABLE "GraphPoint_clustered" ("id" INTEGER PRIMARY KEY, "pointX" REAL NOT NULL DEFAULT 0,
+           "pointY" REAL NOT NULL DEFAULT 0, "timeRange" INTEGER NOT NULL DEFAULT 0,
+           "sensor" INTEGER REFERENCES "Sensor"("id") ON DELETE CASCADE, "sensorOrder" INTEGER))",
+      R"(INSERT INTO "GraphPoint_clustered" ("id", "pointX", "pointY", "timeRange", "sensor", "sensorOrder")
+           SELECT (IFNULL("sensor", 0) << 40)
+                    | ((CASE WHEN "timeRange" BETWEEN 0 AND 2 AND ("latest" IS NULL OR "pointX" >= "latest")
+                             THEN "timeRange" ELSE 3 END) << 38)
+                    | "seq",
+                  "pointX", "pointY", "timeRange", "sensor", "seq"
+           FROM (SELECT *, ROW_NUMBER() OVER (PARTITION BY "sensor" ORDER BY "sensorOrder", "id") AS "seq",
+                        MAX("pointX") OVER (PARTITION BY "sensor", "timeRange" ORDER BY "sensorOrder", "id"
+                                            ROWS BETWEEN UNBOUNDED PRECEDING AND 1 PRECEDING) AS "latest"
+                 FROM "GraphPoint"
+                 WHERE "sensor" IS NULL OR "sensor" IN (SELECT "id" FROM "Sensor")))",
+      R"(DROP TABLE "GraphPoint")",
+      R"(ALTER TABLE "GraphPoint_clustered" RENAME TO "GraphPoint")",
   }};
   return steps;
 }
@@ -92,6 +114,8 @@ StoreFile::StoreFile(const std::filesystem::path& file) {
 
 bool StoreFile::openOnce(const std::filesystem::path& file) {
   statements_.clear();
+  tails_.clear();
+  dataVersion_ = -1;
   db_.reset();
   try {
     db_ = std::make_unique<SQLite::Database>(file.string(), SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE,
@@ -105,6 +129,12 @@ bool StoreFile::openOnce(const std::filesystem::path& file) {
       platform::log("Store " + file.string() + " has schema version " + std::to_string(version) +
                     ", newer than this version's " + std::to_string(current) + "; opened read-only");
       return true;
+    }
+    if (version == 0) {
+      // Pages that pruning frees go back to the file system, so a store that keeps a window of
+      // history stays the size of that window. A file takes this only before its first table
+      // (and before the journal mode, which writes its first page).
+      db_->exec("PRAGMA auto_vacuum = INCREMENTAL");
     }
     db_->exec("PRAGMA journal_mode = WAL");
     db_->exec("PRAGMA synchronous = NORMAL");
@@ -128,6 +158,18 @@ bool StoreFile::openOnce(const std::filesystem::path& file) {
         db_->exec("PRAGMA user_version = " + std::to_string(current));
       }
       transaction.commit();
+    }
+    if (db_->execAndGet("PRAGMA auto_vacuum").getInt() != kIncrementalVacuum) {
+      // A store made by an older version learns to give pages back by being rewritten once (which
+      // also returns what its migration left behind). Should that fail, the store works as
+      // before and only keeps the size it once had.
+      try {
+        db_->exec("PRAGMA auto_vacuum = INCREMENTAL");
+        db_->exec("VACUUM");
+      } catch (const SQLite::Exception& e) {
+        if (isDamage(e.getErrorCode())) throw;
+        platform::log("Store " + file.string() + " keeps its size: " + e.what());
+      }
     }
     for (const auto& [table, names] : expectedColumns()) {
       SQLite::Statement info(*db_, "SELECT name FROM pragma_table_info(?) ORDER BY cid");
@@ -172,6 +214,33 @@ void StoreFile::setAside(const std::filesystem::path& file) {
   }
   platform::log("Store " + file.string() + " is not a usable store; set aside as " + aside +
                 " and a fresh one built");
+}
+
+StoreFile::PointTail& StoreFile::pointTail(std::int64_t sensor) {
+  auto [found, added] = tails_.try_emplace(sensor);
+  PointTail& tail = found->second;
+  if (!added) return tail;
+  auto& lastOfSlot = statement(R"(SELECT "id", "pointX" FROM "GraphPoint" WHERE "id" BETWEEN ? AND ? ORDER BY "id" DESC LIMIT 1)");
+  for (int slot = 0; slot <= point_ids::kOtherSlot; ++slot) {
+    lastOfSlot.reset();
+    lastOfSlot.bind(1, static_cast<int64_t>(point_ids::first(sensor, slot)));
+    lastOfSlot.bind(2, static_cast<int64_t>(point_ids::last(sensor, slot)));
+    const bool any = lastOfSlot.executeStep();
+    if (any) tail.nextSeq = std::max(tail.nextSeq, point_ids::seqOf(lastOfSlot.getColumn(0).getInt64()) + 1);
+    if (slot < point_ids::kOtherSlot) {
+      tail.lastX[slot] = any ? lastOfSlot.getColumn(1).getDouble() : -std::numeric_limits<double>::infinity();
+    }
+  }
+  lastOfSlot.reset();
+  return tail;
+}
+
+void StoreFile::noticeOtherWriters() {
+  auto& query = statement("PRAGMA data_version");
+  const std::int64_t version = query.executeStep() ? query.getColumn(0).getInt64() : -1;
+  query.reset();
+  if (version != dataVersion_) tails_.clear();
+  dataVersion_ = version;
 }
 
 SQLite::Statement& StoreFile::statement(const std::string& sql) {

@@ -1,9 +1,11 @@
 #include "corvane/store/sensor_data_store.h"
 
+#include <SQLiteCpp/SQLiteCpp.h>
 #include <gtest/gtest.h>
 
 #include <map>
 
+#include "store/store_access.h"
 #include "support/test_support.h"
 
 namespace corvane {
@@ -70,10 +72,128 @@ class SensorDataStoreTest : public ::testing::Test {
     ASSERT_TRUE(store->save());
   }
 
+  // A point of `sensor` whose value is its time, so either names it.
+  std::shared_ptr<HWGraphPointEntity> point(const std::string& sensor, int range, double x) {
+    auto p = store->createGraphPoint();
+    p->setSensor(store->getSensorByKey(sensor));
+    p->setTimeRange(static_cast<std::int16_t>(range));
+    p->setPointX(x);
+    p->setPointY(x);
+    return p;
+  }
+  std::vector<double> times(const std::string& sensor, int range) {
+    std::vector<double> out;
+    for (const auto& p : store->getSensorByKey(sensor)->graphPoints(static_cast<HWTimeRange>(range))) {
+      out.push_back(p->pointX());
+    }
+    EXPECT_EQ(store->getSensorByKey(sensor)->graphPointCount(static_cast<HWTimeRange>(range)),
+              static_cast<std::int64_t>(out.size()));
+    return out;
+  }
+  std::int64_t prune(int range, double before) {
+    return store->deleteGraphPoints(store->allSensors(), static_cast<HWTimeRange>(range), before);
+  }
+
   testing::TempDir dir;
   std::shared_ptr<FakeEnvironment> environment;
   std::shared_ptr<HWSensorDataStore> store;
 };
+
+using Times = std::vector<double>;
+
+// Points stand in their sensor's order whatever came out of time order, moved or has an unknown
+// range, and pruning takes exactly the points before the cutoff.
+TEST_F(SensorDataStoreTest, PruningTakesExactlyThePointsBeforeTheCutoff) {
+  temperatures({"TA0P", "TB0P"});
+  for (double x : {10, 20}) point("TA0P", 0, x);
+  point("TA0P", 1, 15);
+  auto moving = point("TA0P", 0, 30);
+  point("TA0P", 7, 1);
+  ASSERT_TRUE(store->save());
+  point("TA0P", 0, 12);  // behind the range's last point
+  point("TA0P", 0, 40);
+  point("TA0P", 1, 5);
+  store->getSensorByKey("TA0P")->hourGraphPoints().at(1)->setTimeRange(1);  // 20, keeping its place
+  moving->setSensor(store->getSensorByKey("TB0P"));
+  ASSERT_TRUE(store->save());
+  // Another process appending to the same sensor between this one's saves.
+  auto other = HWSensorDataStore::create(HWCoreDataStack::create(dir.path() / "Database.sqlite", true), environment);
+  auto foreign = other->createGraphPoint();
+  foreign->setSensor(other->getSensorByKey("TA0P"));
+  foreign->setPointX(45);
+  ASSERT_TRUE(other->save());
+  point("TA0P", 0, 50);
+  ASSERT_TRUE(store->save());
+
+  std::vector<double> all;
+  for (const auto& p : store->getSensorByKey("TA0P")->graphPoints()) all.push_back(p->pointX());
+  EXPECT_EQ(all, (Times{10, 20, 15, 1, 12, 40, 5, 45, 50}));
+  EXPECT_EQ(store->getSensorByKey("TA0P")->finalRecordedMinValue(), 0);  // the other process's point
+  struct Case {
+    int range;
+    double before;
+    std::int64_t removed;
+    Times hourA, dayA, hourB;
+  };
+  const Case cases[] = {
+      {0, 0, 0, {10, 12, 40, 45, 50}, {20, 15, 5}, {30}},
+      {0, 25, 2, {40, 45, 50}, {20, 15, 5}, {30}},
+      {1, 16, 2, {40, 45, 50}, {20}, {30}},
+      {7, 2, 1, {40, 45, 50}, {20}, {30}},
+      {0, 100, 4, {}, {20}, {}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(::testing::Message() << "range " << c.range << " before " << c.before);
+    EXPECT_EQ(prune(c.range, c.before), c.removed);
+    EXPECT_EQ(times("TA0P", 0), c.hourA);
+    EXPECT_EQ(times("TA0P", 1), c.dayA);
+    EXPECT_EQ(times("TB0P", 0), c.hourB);
+  }
+  EXPECT_EQ(times("TA0P", 7), Times{});
+  point("TA0P", 0, 60);
+  ASSERT_TRUE(store->save());
+  EXPECT_EQ(times("TA0P", 0), Times{60});
+}
+
+// Stores of every older version keep all their points, in order, and prune exactly afterwards.
+TEST_F(SensorDataStoreTest, OlderStoresKeepTheirHistory) {
+  for (int version = 1; version < HWCoreDataStack::kSchemaVersion; ++version) {
+    SCOPED_TRACE(version);
+    testing::TempDir scratch;
+    const auto file = scratch.path() / "Database.sqlite";
+    {
+      SQLite::Database db(file.string(), SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE);
+      for (int step = 0; step < version; ++step) {
+        for (const auto& sql : store_detail::migrations()[static_cast<std::size_t>(step)]) db.exec(sql);
+      }
+      db.exec(R"(INSERT INTO "Category" ("id", "name", "type") VALUES (1, 'Temperature', 0))");
+      db.exec(R"(INSERT INTO "Sensor" ("id", "key", "category", "categoryOrder") VALUES (1, 'TA0P', 1, 0), (2, 'TB0P', 1, 1))");
+      // Rows in the order they were added: ranges interleaved, one hour point behind its range.
+      db.exec(R"(INSERT INTO "GraphPoint" ("id", "pointX", "pointY", "timeRange", "sensor", "sensorOrder") VALUES
+                 (1, 100, 41, 0, 1, 1), (2, 100, 50, 2, 1, 2), (3, 110, 42, 0, 2, 3), (4, 90, 39, 0, 1, 4),
+                 (5, 120, 43, 0, 1, 5), (6, 130, 60, 1, 1, 6))");
+      db.exec("PRAGMA user_version = " + std::to_string(version));
+    }
+    store = HWSensorDataStore::create(HWCoreDataStack::create(file, true), environment);
+    ASSERT_TRUE(store->coreDataStack()->hasStore());
+    SQLite::Database db(file.string());
+    EXPECT_EQ(db.execAndGet("PRAGMA user_version").getInt(), HWCoreDataStack::kSchemaVersion);
+    EXPECT_EQ(db.execAndGet("PRAGMA auto_vacuum").getInt(), 2);
+    std::vector<double> all;
+    for (const auto& p : store->getSensorByKey("TA0P")->graphPoints()) all.push_back(p->pointY());
+    EXPECT_EQ(all, (Times{41, 50, 39, 43, 60}));
+    EXPECT_EQ(times("TA0P", 0), (Times{100, 90, 120}));
+    EXPECT_EQ(times("TB0P", 0), Times{110});
+    EXPECT_EQ(times("TA0P", 2), Times{100});
+    EXPECT_EQ(store->getSensorByKey("TA0P")->finalRecordedMaxValue(), 60);
+    EXPECT_EQ(prune(0, 95), 1);
+    EXPECT_EQ(times("TA0P", 0), (Times{100, 120}));
+    point("TA0P", 0, 140);
+    ASSERT_TRUE(store->save());
+    EXPECT_EQ(prune(0, 105), 1);
+    EXPECT_EQ(times("TA0P", 0), (Times{120, 140}));
+  }
+}
 
 TEST_F(SensorDataStoreTest, MainSensorFallsBackInOrderAndIsCached) {
   struct Case {

@@ -108,7 +108,7 @@ class HWManagedObjectContext : public std::enable_shared_from_this<HWManagedObje
 class HWCoreDataStack : public std::enable_shared_from_this<HWCoreDataStack> {
  public:
   // The schema version this build writes, kept in the file's PRAGMA user_version.
-  static constexpr int kSchemaVersion = 2;
+  static constexpr int kSchemaVersion = 3;
 
   // A stack for the store at `storeURL` ("Database.sqlite" in the app-group container in the
   // product). `writeOnly` marks the process that writes sensor data. Opens nothing.

@@ -137,8 +137,8 @@ class HWSensorDataStore : public HWDataStore, public std::enable_shared_from_thi
                                                                      double threshold, std::uint64_t batteryState,
                                                                      bool externalDisplayConnected);
   // Deletes, in one transaction in the file, the points of `range` taken before `before` (seconds
-  // since 1970) of each of `sensors`, through the (sensor, range, time) index, so the cost follows
-  // what goes, not the history's size. Returns how many went (-1 when the store cannot be
+  // since 1970) of each of `sensors`. A sensor's points of a range lie together in time order, so
+  // the cost follows what goes, not the history's size. Returns how many went (-1 when the store cannot be
   // written). Point objects already loaded are not told, as with any batch delete.
   std::int64_t deleteGraphPoints(const std::vector<std::shared_ptr<HWSensorEntity>>& sensors, HWTimeRange range,
                                  double before);
