@@ -1,5 +1,6 @@
 // One processor-load reading: on the recorded 64-processor tree, on generated trees of growing
-// size (the cost should grow in step with the processor count), and on this machine.
+// size (the cost should grow in step with the processor count), and on this machine. Then what
+// the CPU monitor's three timers cost this machine together, as a share of one core.
 #include <benchmark/benchmark.h>
 
 #include <filesystem>
@@ -7,7 +8,13 @@
 #include <string>
 #include <unistd.h>
 
+#include <ctime>
+#include <cstdlib>
+
+#include "corvane/dispatch/dispatch.h"
 #include "corvane/monitors/cpu_load_reader.h"
+#include "corvane/monitors/cpu_monitor.h"
+#include "corvane/platform/platform.h"
 #include "platform/linux/processor_load_linux.h"
 
 namespace {
@@ -73,6 +80,60 @@ void BM_LoadReadingThisMachine(benchmark::State& state) {
   readRepeatedly(state, reader);
 }
 BENCHMARK(BM_LoadReadingThisMachine);
+
+// The busiest-process list of this machine from its /proc, one look.
+void BM_TopProcessesThisMachine(benchmark::State& state) {
+  corvane::cpu_sources::ProcProcessList list;
+  for (auto _ : state) benchmark::DoNotOptimize(list.busiest(12));
+}
+BENCHMARK(BM_TopProcessesThisMachine);
+
+// Two seconds of the monitor at the shortest update interval: a load tick, a top-process tick, a
+// thirtieth of the once-a-minute load-average tick, and the main-queue deliveries they post.
+// "core_share_pct" is the processor time of those two seconds as a percentage of one core. With
+// `hostReaders`, the readers read this machine's files (/proc/stat, every /proc/<pid>/stat,
+// /proc/loadavg); without, they hand out fixed figures, which leaves the monitor's own share.
+void BM_CPUMonitorTimersEveryTwoSeconds(benchmark::State& state, bool hostReaders) {
+  // The monitor's settings live in a private folder, not the user's.
+  const auto home = std::filesystem::temp_directory_path() / ("corvane-cpu-bench-home-" + std::to_string(::getpid()));
+  ::setenv("XDG_DATA_HOME", home.c_str(), 1);
+  corvane::platform::install(corvane::platform::native());
+  auto clock = corvane::dispatch::installVirtualTime(1'700'000'000.0);
+  {
+    auto manager = corvane::HWDataManager::create(home / "Database.sqlite");
+    corvane::HWCPUMonitor::Readers readers;
+    if (!hostReaders) {
+      readers.load = std::make_shared<HWCPULoadReader>(nullptr, coresOf(8), false);
+      readers.process = std::make_shared<corvane::HWCPUProcessReader>([](std::int64_t count) {
+        return std::optional(std::vector<corvane::HWCPUProcess>(static_cast<std::size_t>(count), {1, "cmd", {}, 1.0}));
+      });
+      readers.average = std::make_shared<corvane::HWCPUAverageReader>(
+          [] { return std::optional(corvane::HWLoadAverages{1, 1, 1}); });
+    }
+    auto monitor = corvane::HWCPUMonitor::create(manager, readers);
+    monitor->setup();
+    const auto load = monitor->loadTimer()->handler();
+    const auto top = monitor->processTimer()->handler();
+    const auto averages = monitor->averageTimer()->handler();
+    std::int64_t tick = 0;
+    const std::clock_t started = std::clock();
+    for (auto _ : state) {
+      clock->advance(std::chrono::seconds(2));
+      load();
+      top();
+      if (tick++ % 30 == 0) averages();
+      clock->runUntilIdle();
+    }
+    state.counters["processes_listed"] = static_cast<double>(monitor->topProcesses().size());
+    // Processor seconds per two seconds, in percent.
+    const double seconds = static_cast<double>(std::clock() - started) / CLOCKS_PER_SEC;
+    state.counters["core_share_pct"] = seconds / static_cast<double>(state.iterations()) / 2.0 * 100.0;
+  }
+  clock.reset();
+  std::filesystem::remove_all(home);
+}
+BENCHMARK_CAPTURE(BM_CPUMonitorTimersEveryTwoSeconds, this_machine, true);
+BENCHMARK_CAPTURE(BM_CPUMonitorTimersEveryTwoSeconds, fixed_figures, false);
 
 }  // namespace
 

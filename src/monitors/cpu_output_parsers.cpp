@@ -107,4 +107,61 @@ std::vector<HWCPUProcess> processesFromList(std::string_view output, std::int64_
   return processes;
 }
 
+namespace {
+
+// The next blank-separated field of `text`, which moves past it.
+std::string_view nextField(std::string_view& text) {
+  const auto start = text.find_first_not_of(" \n");
+  if (start == std::string_view::npos) {
+    text = {};
+    return {};
+  }
+  text.remove_prefix(start);
+  const auto end = text.find_first_of(" \n");
+  const auto field = text.substr(0, end);
+  text = end == std::string_view::npos ? std::string_view() : text.substr(end);
+  return field;
+}
+
+bool unsignedField(std::string_view field, std::uint64_t& value) {
+  const auto [end, error] = std::from_chars(field.data(), field.data() + field.size(), value);
+  return error == std::errc() && end == field.data() + field.size() && !field.empty();
+}
+
+}  // namespace
+
+std::optional<ProcStat> procStat(std::string_view text) {
+  // The command may itself hold ") " and blanks, so it ends at the last parenthesis.
+  const auto open = text.find('(');
+  const auto close = text.rfind(')');
+  if (open == std::string_view::npos || close == std::string_view::npos || close < open) return std::nullopt;
+  ProcStat stat;
+  std::uint64_t pid = 0;
+  if (!unsignedField(trimmed(text.substr(0, open)), pid)) return std::nullopt;
+  stat.pid = static_cast<std::int64_t>(pid);
+  stat.command = std::string(text.substr(open + 1, close - open - 1));
+  std::string_view rest = text.substr(close + 1);
+  // After the command: state, then numbers; user and system time are the 12th and 13th fields
+  // from the state on, the start time the 20th.
+  std::uint64_t user = 0, system = 0;
+  for (int index = 0; index <= 19; ++index) {
+    const auto field = nextField(rest);
+    if (field.empty()) return std::nullopt;
+    if (index == 11 && !unsignedField(field, user)) return std::nullopt;
+    if (index == 12 && !unsignedField(field, system)) return std::nullopt;
+    if (index == 19 && !unsignedField(trimmed(field), stat.startTicks)) return std::nullopt;
+  }
+  stat.cpuTicks = user + system;
+  return stat;
+}
+
+std::optional<double> uptimeSeconds(std::string_view text) {
+  std::string_view rest = text;
+  const auto field = trimmed(nextField(rest));
+  double seconds = 0;
+  const auto [end, error] = std::from_chars(field.data(), field.data() + field.size(), seconds);
+  if (error != std::errc() || end != field.data() + field.size() || field.empty() || seconds < 0) return std::nullopt;
+  return seconds;
+}
+
 }  // namespace corvane::cpu_text

@@ -97,6 +97,7 @@ HWDataManager::HWDataManager(const std::filesystem::path& storeFile)
   stack_ = HWCoreDataStack::create(storeFile, appMode() == 1);
   sensorDataStore_ = HWSensorDataStore::create(stack_, std::make_shared<PrefEnvironment>(prefData_));
   settingsDataStore_ = HWSettingsDataStore::create(prefData_, std::make_shared<VisibleKeys>(sensorDataStore_));
+  cpuDataStore_ = HWCPUDataStore::create(prefData_);
   stack_->setStalenessInterval(static_cast<double>(settingsDataStore_->updateInterval()));
   sensorReader_ = HWSensorReader::create();
 }
@@ -265,6 +266,7 @@ void HWDataManager::tellDelegates() {
 void HWDataManager::clearData() {
   sensorDataStore_->clearData();
   settingsDataStore_->clearData();
+  cpuDataStore_->clearData();
   std::error_code ec;
   for (const auto& entry : std::filesystem::directory_iterator(storeFile_.parent_path(), ec)) {
     const auto extension = entry.path().extension();

@@ -35,5 +35,19 @@ std::optional<std::array<double, 3>> loadAveragesFromProcLoadavg(std::string_vie
 // rest as the command. Blank lines are skipped.
 std::vector<HWCPUProcess> processesFromList(std::string_view output, std::int64_t count);
 
+// What one /proc/<pid>/stat of Linux tells about its process.
+struct ProcStat {
+  std::int64_t pid = 0;
+  std::string command;          // between the first '(' and the last ')': it may hold both
+  std::uint64_t cpuTicks = 0;   // user and system time, in clock ticks
+  std::uint64_t startTicks = 0; // when it started, in clock ticks since boot
+};
+
+// The file's fields; nothing when it is cut short or a number is not one.
+std::optional<ProcStat> procStat(std::string_view text);
+
+// The seconds since boot that begin Linux's /proc/uptime.
+std::optional<double> uptimeSeconds(std::string_view text);
+
 }  // namespace cpu_text
 }  // namespace corvane

@@ -11,6 +11,7 @@
 #include "corvane/dispatch/dispatch.h"
 #include "corvane/sensors/sensor_reader.h"
 #include "corvane/settings/pref_data.h"
+#include "corvane/settings/cpu_data_store.h"
 #include "corvane/settings/settings_data_store.h"
 #include "corvane/store/sensor_data_store.h"
 
@@ -39,6 +40,7 @@ class HWDataManager : public std::enable_shared_from_this<HWDataManager> {
   const std::shared_ptr<HWPrefData>& prefData() const { return prefData_; }
   const std::shared_ptr<HWSensorDataStore>& sensorDataStore() const { return sensorDataStore_; }
   const std::shared_ptr<HWSettingsDataStore>& settingsDataStore() const { return settingsDataStore_; }
+  const std::shared_ptr<HWCPUDataStore>& cpuDataStore() const { return cpuDataStore_; }
   const std::shared_ptr<HWSensorReader>& sensorReader() const { return sensorReader_; }
   bool dataSetReady() const { return dataSetReady_; }
 
@@ -84,6 +86,7 @@ class HWDataManager : public std::enable_shared_from_this<HWDataManager> {
   std::shared_ptr<HWCoreDataStack> stack_;
   std::shared_ptr<HWSensorDataStore> sensorDataStore_;
   std::shared_ptr<HWSettingsDataStore> settingsDataStore_;
+  std::shared_ptr<HWCPUDataStore> cpuDataStore_;
   std::shared_ptr<HWSensorReader> sensorReader_;
   std::shared_ptr<dispatch::Queue> internalQueue_;
   bool dataSetReady_ = false;

@@ -1,0 +1,165 @@
+#include "corvane/monitors/cpu_readers.h"
+
+#include <algorithm>
+#include <memory>
+#include <string_view>
+#include <fstream>
+#include <iterator>
+#include <utility>
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "corvane/dispatch/dispatch.h"
+
+#include "corvane/platform/platform.h"
+#include "corvane/platform/processes.h"
+
+namespace corvane {
+
+namespace cpu_sources {
+namespace {
+
+std::optional<std::string> fileText(const std::filesystem::path& path) {
+  std::ifstream file(path);
+  if (!file) return std::nullopt;
+  return std::string{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
+}  // namespace
+
+std::optional<HWLoadAverages> hostLoadAverages(const std::filesystem::path& procRoot) {
+#ifdef __APPLE__
+  (void)procRoot;
+  auto result = platform::current().service<platform::Processes>().run("/usr/bin/uptime", {}, nullptr);
+  if (!result || result->exitCode != 0) return std::nullopt;
+  return cpu_text::loadAveragesFromUptime(result->out);
+#else
+  // Linux's uptime prints the averages in the user's locale; the kernel's file never varies.
+  const auto text = fileText(procRoot / "loadavg");
+  if (!text) return std::nullopt;
+  return cpu_text::loadAveragesFromProcLoadavg(*text);
+#endif
+}
+
+std::optional<std::vector<HWCPUProcess>> psProcesses(std::int64_t count) {
+#ifdef __APPLE__
+  // -c: the command's name rather than its whole argument list; -r: busiest first.
+  auto result = platform::current().service<platform::Processes>().run("/bin/ps", {"-Aceo", "pid,pcpu,comm", "-r"},
+                                                                      nullptr);
+#else
+  auto result = platform::current().service<platform::Processes>().run(
+      "/bin/ps", {"-eo", "pid,pcpu,comm", "--sort=-pcpu"}, nullptr);
+#endif
+  if (!result || result->exitCode != 0) return std::nullopt;
+  return cpu_text::processesFromList(result->out, count);
+}
+
+ProcProcessList::ProcProcessList(std::filesystem::path procRoot, double ticksPerSecond)
+    : procRoot_(std::move(procRoot)), ticksPerSecond_(ticksPerSecond) {
+  if (ticksPerSecond_ <= 0) {
+    const long ticks = ::sysconf(_SC_CLK_TCK);
+    ticksPerSecond_ = ticks > 0 ? static_cast<double>(ticks) : 100.0;
+  }
+}
+
+std::optional<std::vector<HWCPUProcess>> ProcProcessList::busiest(std::int64_t count) {
+  std::lock_guard guard(lock_);
+  // Plain directory and file calls: this runs at every update interval over every process, and
+  // stream and path objects cost more than the kernel's work here.
+  std::unique_ptr<DIR, int (*)(DIR*)> folder(::opendir(procRoot_.c_str()), ::closedir);
+  if (!folder) return std::nullopt;
+  const double now = dispatch::now();
+  const double elapsed = previousTime_ >= 0 ? now - previousTime_ : 0;
+  const auto uptime = cpu_text::uptimeSeconds(fileText(procRoot_ / "uptime").value_or(""));
+  std::unordered_map<std::int64_t, Seen> seen;
+  seen.reserve(previous_.size());
+  std::vector<HWCPUProcess> processes;
+  std::string path = procRoot_.string() + "/";
+  const std::size_t folderLength = path.size();
+  char buffer[1024];
+  while (const dirent* entry = ::readdir(folder.get())) {
+    const std::string_view name = entry->d_name;
+    if (name.empty() || name.find_first_not_of("0123456789") != std::string_view::npos) continue;
+    path.resize(folderLength);
+    path.append(name).append("/stat");
+    // A process may end between the listing and the read; it is simply left out.
+    const int file = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (file < 0) continue;
+    const ssize_t length = ::read(file, buffer, sizeof buffer);
+    ::close(file);
+    if (length <= 0) continue;
+    const auto stat = cpu_text::procStat(std::string_view(buffer, static_cast<std::size_t>(length)));
+    if (!stat) continue;
+    seen[stat->pid] = {stat->cpuTicks, stat->startTicks};
+    double usage = 0;
+    const auto before = previous_.find(stat->pid);
+    // A pid reused by a new process has another start time: its ticks are not comparable.
+    if (before != previous_.end() && before->second.startTicks == stat->startTicks && elapsed > 0) {
+      const double ticks = stat->cpuTicks >= before->second.cpuTicks
+                               ? static_cast<double>(stat->cpuTicks - before->second.cpuTicks) : 0.0;
+      usage = ticks / ticksPerSecond_ / elapsed * 100.0;
+    } else if (uptime) {
+      const double age = *uptime - static_cast<double>(stat->startTicks) / ticksPerSecond_;
+      if (age > 0) usage = static_cast<double>(stat->cpuTicks) / ticksPerSecond_ / age * 100.0;
+    }
+    processes.push_back({stat->pid, stat->command, std::nullopt, usage});
+  }
+  previous_ = std::move(seen);
+  previousTime_ = now;
+  const auto busier = [](const HWCPUProcess& a, const HWCPUProcess& b) {
+    return a.usage != b.usage ? a.usage > b.usage : a.pid < b.pid;
+  };
+  const auto kept = static_cast<std::size_t>(std::max<std::int64_t>(0, std::min<std::int64_t>(
+      count, static_cast<std::int64_t>(processes.size()))));
+  std::partial_sort(processes.begin(), processes.begin() + static_cast<std::ptrdiff_t>(kept), processes.end(), busier);
+  processes.resize(kept);
+  return processes;
+}
+
+}  // namespace cpu_sources
+
+HWCPUAverageReader::HWCPUAverageReader(Source source) : source_(std::move(source)) {
+  // A recorded machine has no running system to average or list, and the host's figures must
+  // not pass for its own.
+  if (!source_) {
+    source_ = []() -> std::optional<HWLoadAverages> {
+      if (platform::current().simulated()) return std::nullopt;
+      return cpu_sources::hostLoadAverages();
+    };
+  }
+}
+
+void HWCPUAverageReader::read() {
+  if (auto averages = source_()) deliverResult(*averages);
+}
+
+HWCPUProcessReader::HWCPUProcessReader(Source source) : source_(std::move(source)) {
+  if (!source_) {
+#ifdef __APPLE__
+    source_ = [](std::int64_t count) -> std::optional<std::vector<HWCPUProcess>> {
+      if (platform::current().simulated()) return std::nullopt;
+      return cpu_sources::psProcesses(count);
+    };
+#else
+    source_ = [list = std::make_shared<cpu_sources::ProcProcessList>()](
+                  std::int64_t count) -> std::optional<std::vector<HWCPUProcess>> {
+      if (platform::current().simulated()) return std::nullopt;
+      return list->busiest(count);
+    };
+#endif
+  }
+}
+
+void HWCPUProcessReader::read() {
+  const std::int64_t count = numberOfProcesses();
+  if (count <= 0) return;
+  auto list = source_(count);
+  if (!list) return;
+  // A source may give more than asked; the delivered list never is longer than the count.
+  if (static_cast<std::int64_t>(list->size()) > count) list->resize(static_cast<std::size_t>(count));
+  deliverResult(*list);
+}
+
+}  // namespace corvane
