@@ -44,6 +44,7 @@ std::optional<HWLoadAverages> hostLoadAverages(const std::filesystem::path& proc
 }
 
 std::optional<std::vector<HWCPUProcess>> psProcesses(std::int64_t count) {
+  if (count <= 0) return std::vector<HWCPUProcess>();
 #ifdef __APPLE__
   // -c: the command's name rather than its whole argument list; -r: busiest first.
   auto result = platform::current().service<platform::Processes>().run("/bin/ps", {"-Aceo", "pid,pcpu,comm", "-r"},
@@ -118,6 +119,14 @@ std::optional<std::vector<HWCPUProcess>> ProcProcessList::busiest(std::int64_t c
   return processes;
 }
 
+std::function<std::optional<std::vector<HWCPUProcess>>(std::int64_t count)> hostProcesses() {
+#ifdef __APPLE__
+  return psProcesses;
+#else
+  return [list = std::make_shared<ProcProcessList>()](std::int64_t count) { return list->busiest(count); };
+#endif
+}
+
 }  // namespace cpu_sources
 
 HWCPUAverageReader::HWCPUAverageReader(Source source) : source_(std::move(source)) {
@@ -137,18 +146,10 @@ void HWCPUAverageReader::read() {
 
 HWCPUProcessReader::HWCPUProcessReader(Source source) : source_(std::move(source)) {
   if (!source_) {
-#ifdef __APPLE__
-    source_ = [](std::int64_t count) -> std::optional<std::vector<HWCPUProcess>> {
+    source_ = [host = cpu_sources::hostProcesses()](std::int64_t count) -> std::optional<std::vector<HWCPUProcess>> {
       if (platform::current().simulated()) return std::nullopt;
-      return cpu_sources::psProcesses(count);
+      return host(count);
     };
-#else
-    source_ = [list = std::make_shared<cpu_sources::ProcProcessList>()](
-                  std::int64_t count) -> std::optional<std::vector<HWCPUProcess>> {
-      if (platform::current().simulated()) return std::nullopt;
-      return list->busiest(count);
-    };
-#endif
   }
 }
 

@@ -5,8 +5,6 @@
 #include <chrono>
 #include <cmath>
 #include <cstdio>
-#include <fstream>
-#include <iterator>
 #include <memory>
 #include <optional>
 #include <string>
@@ -19,12 +17,12 @@
 #include "corvane/dispatch/dispatch.h"
 #include "corvane/monitors/cpu_load_reader.h"
 #include "corvane/monitors/cpu_output_parsers.h"
+#include "corvane/monitors/cpu_readers.h"
 #include "corvane/platform/platform.h"
-#include "corvane/platform/processes.h"
 #include "corvane/platform/processor_load.h"
+#include "corvane/settings/cpu_data_store.h"
 #include "corvane/settings/pref_data.h"
 #include "corvane/settings/settings_data_store.h"
-#include "corvane/settings/settings_keys.h"
 #include "corvane/sysinfo/system_device.h"
 #include "corvane/util/json_text.h"
 #include "corvane/util/system_utils.h"
@@ -70,41 +68,6 @@ Json cpuInfoJson(const HWCPUInfo& info) {
           {"hasHyperthreadingCores", info.hasHyperthreadingCores()},
           {"hasEPCores", info.hasEPCores()},
           {"coreList", std::move(cores)}};
-}
-
-std::optional<std::array<double, 3>> loadAverages(platform::Processes& processes) {
-#ifdef __linux__
-  (void)processes;
-  std::ifstream file("/proc/loadavg");
-  const std::string text{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-  return cpu_text::loadAveragesFromProcLoadavg(text);
-#else
-  auto result = processes.run("/usr/bin/uptime", {}, nullptr);
-  if (!result || result->exitCode != 0) return std::nullopt;
-  return cpu_text::loadAveragesFromUptime(result->out);
-#endif
-}
-
-std::vector<HWCPUProcess> topProcesses(platform::Processes& processes, std::int64_t count) {
-#ifdef __linux__
-  auto result = processes.run("/bin/ps", {"-eo", "pid,pcpu,comm", "--sort=-pcpu"}, nullptr);
-#else
-  auto result = processes.run("/bin/ps", {"-Aceo", "pid,pcpu,comm", "-r"}, nullptr);
-#endif
-  if (!result || result->exitCode != 0) return {};
-  return cpu_text::processesFromList(result->out, count);
-}
-
-// The busiest-process count the CPU data store keeps in the shared settings; its table default
-// when the stored value is missing or not a count.
-std::int64_t numOfTopProcesses(const HWPrefData& prefData) {
-  const std::string key(settings::kNumOfTopProcessesKey);
-  std::optional<nlohmann::json> value = prefData.objectForKey(key);
-  if (!value || !value->is_number_unsigned()) {
-    const auto* row = settings::findSettingKey(key);
-    value = nlohmann::json::parse(std::string(row ? row->defaultJson : "0"), nullptr, false);
-  }
-  return value->is_number_unsigned() ? value->get<std::int64_t>() : 0;
 }
 
 // What `corvane cpu --json` prints for one interval; the load figures are null when the machine
@@ -197,14 +160,16 @@ int runCpu(Context& context, const CpuOptions& options) {
   const int interval = options.interval > 0
                            ? options.interval
                            : static_cast<int>(HWSettingsDataStore::create(prefData, nullptr)->updateInterval());
-  const std::int64_t topCount = numOfTopProcesses(*prefData);
+  const std::int64_t topCount = HWCPUDataStore::create(prefData)->numOfTopProcesses();
 
   platform::ProcessorTickSample probe;
   const bool recorded = platform::ProcessorLoad::create(platform::current())->sample(probe);
   const HWCPUInfo info = HWSystemDevice::device()->cpuInfo();
-  auto processes = platform::Processes::create(platform::current());
   auto reader = std::make_shared<HWCPULoadReader>();
+  // The processes, like the load, are measured over the interval from here.
+  const auto busiest = cpu_sources::hostProcesses();
   reader->read();  // the start of the first interval
+  if (recorded) busiest(0);
 
   auto timer = dispatch::makeTimer(dispatch::mainQueue());
   timer->setHandler([&] {
@@ -214,8 +179,8 @@ int runCpu(Context& context, const CpuOptions& options) {
     if (recorded) {
       reader->read();
       load = reader->response();
-      averages = loadAverages(*processes);
-      top = topProcesses(*processes, topCount);
+      averages = cpu_sources::hostLoadAverages();
+      top = busiest(topCount).value_or(std::vector<HWCPUProcess>());
     }
     const Json data = cpuJson(info, load, averages, top);
     if (options.json) {
@@ -246,7 +211,7 @@ void registerCpuCommand(CLI::App& app, Context& context) {
              "averages and the busiest processes");
   cpu->footer(
       "The busiest processes number as the shared setting num_of_top_processes (12 unless set); their usage "
-      "is percent of one core, as ps prints it. With --json: \"cpuInfo\", \"loadInfo\" (shares from 0 to 1; "
+      "is percent of one core (on Linux over the same interval, on a Mac as ps prints it). With --json: \"cpuInfo\", \"loadInfo\" (shares from 0 to 1; "
       "a mean over no core of its kind is null), \"loadValues\" (1, 5 and 15 minutes) and \"topProcesses\"; "
       "the load fields are null for a machine that records no processor load.");
   cpu->add_flag("--json", options->json, "Print JSON (one document per line with --watch)");

@@ -27,7 +27,7 @@ namespace cpu_sources {
 std::optional<HWLoadAverages> hostLoadAverages(const std::filesystem::path& procRoot = "/proc");
 
 // The first `count` processes of the list ps prints, busiest first; nothing when ps cannot be
-// run. Blocks while ps runs. What a Mac uses.
+// run. Blocks while ps runs; runs nothing for a count not above 0. What a Mac uses.
 std::optional<std::vector<HWCPUProcess>> psProcesses(std::int64_t count);
 
 // The busiest processes of a Linux system, from <procRoot>/<pid>/stat: a process's usage is its
@@ -39,7 +39,8 @@ class ProcProcessList {
  public:
   explicit ProcProcessList(std::filesystem::path procRoot = "/proc", double ticksPerSecond = 0);
   // The first `count` processes, busiest first (the lower pid first on a tie); nothing when the
-  // folder cannot be listed.
+  // folder cannot be listed. A count of 0 takes the look all the same, so that the next call
+  // measures from here.
   std::optional<std::vector<HWCPUProcess>> busiest(std::int64_t count);
 
  private:
@@ -53,6 +54,9 @@ class ProcProcessList {
   double previousTime_ = -1;
   std::unordered_map<std::int64_t, Seen> previous_;
 };
+
+// This machine's busiest processes: a ProcProcessList of its own on Linux, ps on a Mac.
+std::function<std::optional<std::vector<HWCPUProcess>>(std::int64_t count)> hostProcesses();
 
 }  // namespace cpu_sources
 
@@ -76,8 +80,7 @@ class HWCPUProcessReader final : public HWBaseReader<std::vector<HWCPUProcess>> 
  public:
   // The first `count` processes, busiest first, or nothing.
   using Source = std::function<std::optional<std::vector<HWCPUProcess>>(std::int64_t count)>;
-  // Reads from `source`; null: this machine's (a ProcProcessList on Linux, ps on a Mac), or
-  // nothing on a simulated platform.
+  // Reads from `source`; null: cpu_sources::hostProcesses, or nothing on a simulated platform.
   explicit HWCPUProcessReader(Source source = {});
 
   // How many processes to deliver; 10 until set. Not above 0: read() does nothing.
