@@ -66,9 +66,53 @@ std::optional<std::vector<HWCPUCore>> getCPUCoresInfo() {
   return cores;
 }
 
+std::string getCPUVendor() {
+  auto vendor = HWSystemUtils::sysctlNSStringForKey("machdep.cpu.vendor");
+  // Apple silicon reports no vendor and has always been labelled so.
+  return vendor.empty() ? "GenuineIntel" : vendor;
+}
+
+std::uint64_t getCPUCount() {
+  const double packages = HWSystemUtils::sysctlDoubleForKey("hw.packages");
+  return packages >= 1 ? static_cast<std::uint64_t>(packages) : 1;
+}
+
+namespace {
+
+// A count the kernel gives as 0 (or not at all) is not known rather than none.
+std::uint64_t countOrUnknown(const char* name) {
+  const double count = HWSystemUtils::sysctlDoubleForKey(name);
+  return count > 0 ? static_cast<std::uint64_t>(count) : kUnknownCount;
+}
+
+// A missing value is taken as −1 before scaling, so that it reads as a small negative number
+// that no real size or frequency can be.
+double scaledOrNegative(double value, double unit) { return (value == 0 ? -1.0 : value) / unit; }
+
+}  // namespace
+
+std::uint64_t getCPUCoreCount() { return countOrUnknown("machdep.cpu.core_count"); }
+std::uint64_t getCPUThreadCount() { return countOrUnknown("machdep.cpu.thread_count"); }
+
+double getCPUFrequency() {
+  return scaledOrNegative(static_cast<double>(HWSystemUtils::sysctlFloatForKey("hw.cpufrequency")), 1'000'000'000.0);
+}
+double getL2Cache() { return scaledOrNegative(HWSystemUtils::sysctlDoubleForKey("hw.l2cachesize"), 1'048'576.0); }
+double getL3Cache() { return scaledOrNegative(HWSystemUtils::sysctlDoubleForKey("hw.l3cachesize"), 1'048'576.0); }
+
+std::int64_t getCPUArchitecture() { return HWSystemUtils::sysctlDoubleForKey("hw.cputype") == 0 ? 2 : 0; }
+
 HWCPUInfo getCPUInfo() {
   HWCPUInfo info;
   info.setBrand(getCPUBrand());
+  info.setVendor(getCPUVendor());
+  info.setCpuCount(getCPUCount());
+  info.setCoreCount(getCPUCoreCount());
+  info.setThreadCount(getCPUThreadCount());
+  info.setFrequency(getCPUFrequency());
+  info.setL2Cache(getL2Cache());
+  info.setL3Cache(getL3Cache());
+  info.setArchitecture(getCPUArchitecture());
   info.setPlatform(getCPUPlatformFromBrand(info.brand()));
   info.setHasHyperthreadingCores(hasHyperthreadingCores());
   if (auto cores = getCPUCoresInfo()) {

@@ -1,5 +1,6 @@
 #include "corvane/platform/kernel_values.h"
 
+#include <array>
 #include <cstring>
 #include <tuple>
 
@@ -125,6 +126,28 @@ TEST_F(LinuxTreeTest, MapsMacNamesOntoTheFixtureTree) {
   EXPECT_EQ(boot.substr(8), std::string(8, '\0'));
   EXPECT_EQ(str("kern.version"), "<none>");
   EXPECT_EQ(str("hw.optional.arm64"), "<none>");
+  EXPECT_EQ(str("machdep.cpu.vendor"), std::string("GenuineIntel") + '\0');
+  EXPECT_EQ(as<int32_t>(str("hw.packages")), 1);
+}
+
+TEST_F(LinuxTreeTest, CachesAreProcessorZerosDataCachesOfEachLevel) {
+  // index: level, type, size. Level 2 is split here: its data half counts, not the instructions.
+  const std::array<std::array<const char*, 3>, 5> caches = {{{"1", "Data", "32K"},
+                                                             {"1", "Instruction", "32K"},
+                                                             {"2", "Instruction", "64K"},
+                                                             {"2", "Data", "1024K"},
+                                                             {"3", "Unified", "16M"}}};
+  for (std::size_t i = 0; i < caches.size(); ++i) {
+    const auto folder = "devices/system/cpu/cpu0/cache/index" + std::to_string(i) + "/";
+    testing::writeFile(sys(folder + "level"), std::string(caches[i][0]) + "\n");
+    testing::writeFile(sys(folder + "type"), std::string(caches[i][1]) + "\n");
+    testing::writeFile(sys(folder + "size"), std::string(caches[i][2]) + "\n");
+  }
+  EXPECT_EQ((std::array{as<int64_t>(str("hw.l2cachesize")), as<int64_t>(str("hw.l3cachesize"))}),
+            (std::array<int64_t, 2>{1024 * 1024, 16 * 1024 * 1024}));
+  const std::pair<const char*, std::optional<uint64_t>> sizes[] = {
+      {"512", 512}, {"48K\n", 49152}, {"2M", 2097152}, {"K", std::nullopt}, {"12 K", std::nullopt}, {"-1K", std::nullopt}};
+  for (const auto& [text, bytes] : sizes) EXPECT_EQ(procfs::parseCacheSize(text), bytes) << text;
 }
 
 TEST_F(LinuxTreeTest, ArmBoardFallsBackToDeviceTreeAndCpufreq) {

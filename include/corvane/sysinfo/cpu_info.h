@@ -35,14 +35,11 @@ struct HWCPUCore {
   std::uint64_t type = 0;    // 1 efficiency, 2 performance, 0 unknown
 };
 
-// What is known about the processor. A copyable value; not synchronised.
-//
-// This build fills `brand` and `platform` (and so `shortBrand`), `hasHyperthreadingCores`, and,
-// where the machine describes its cores, the core list with the efficiency and performance
-// counts. Every other field holds what the machine description reports when the value is
-// unavailable: one package, unknown core and thread counts, core counts all bits set and no core
-// list where the cores were not described, frequency and caches from a missing kernel value (−1
-// scaled), the "GenuineIntel" vendor and the architecture of a zero CPU type.
+// What is known about the processor. A copyable value; not synchronised. A value the machine
+// does not give reads as: one package, unknown core and thread counts, efficiency and
+// performance counts all bits set and no core list where the cores are not described,
+// frequency and caches of −1 scaled, the "GenuineIntel" vendor, the architecture of a zero CPU
+// type.
 class HWCPUInfo {
  public:
   // Cleaned brand string, e.g. "Intel Core i7-9750H 2.60GHz" or "Apple M1 Pro".
@@ -117,6 +114,21 @@ namespace cpu {
 // The kernel's "machdep.cpu.brand_string" without "(TM)", "(R)", "CPU" and "@", with white space
 // condensed and trimmed; "Unknown" when that leaves nothing.
 std::string getCPUBrand();
+
+// The kernel's "machdep.cpu.vendor"; "GenuineIntel" when it gives none.
+std::string getCPUVendor();
+// Processor packages ("hw.packages"), at least 1.
+std::uint64_t getCPUCount();
+// Cores and hardware threads; kUnknownCount when the kernel gives 0 or nothing.
+std::uint64_t getCPUCoreCount();
+std::uint64_t getCPUThreadCount();
+// Nominal frequency in GHz; −1e-9 when unknown.
+double getCPUFrequency();
+// Level-2 and level-3 caches in MiB; −1/1048576 when unknown.
+double getL2Cache();
+double getL3Cache();
+// 0 when the kernel's CPU type is non-zero, 2 when it reads 0 or nothing.
+std::int64_t getCPUArchitecture();
 
 // `rawBrand` cleaned as getCPUBrand cleans the kernel's brand string.
 std::string cleanedBrand(const std::string& rawBrand);

@@ -71,6 +71,7 @@ std::string armCoreName(std::string_view implementer, std::string_view part) {
 CpuInfo parseCpuInfo(std::string_view cpuinfo) {
   CpuInfo info;
   std::set<std::pair<std::string, std::string>> cores;
+  std::set<std::string> packages;
   std::string physicalId;
   std::string implementer;
   std::string part;
@@ -87,6 +88,9 @@ CpuInfo parseCpuInfo(std::string_view cpuinfo) {
       info.megahertz = parseReal(value).value_or(0.0);
     } else if (key == "physical id") {
       physicalId = std::string(value);
+      packages.insert(physicalId);
+    } else if (key == "vendor_id" && info.vendor.empty()) {
+      info.vendor = text::cleaned(value);
     } else if (key == "core id") {
       sawCoreIds = true;
       cores.emplace(physicalId, std::string(value));
@@ -98,7 +102,22 @@ CpuInfo parseCpuInfo(std::string_view cpuinfo) {
   });
   if (info.brand.empty()) info.brand = armCoreName(implementer, part);
   info.physicalCpus = sawCoreIds ? static_cast<int>(cores.size()) : info.logicalCpus;
+  info.packages = static_cast<int>(packages.size());
   return info;
+}
+
+std::optional<uint64_t> parseCacheSize(std::string_view text) {
+  text = trimmed(text);
+  uint64_t scale = 1;
+  if (text.ends_with('K')) {
+    scale = 1024;
+  } else if (text.ends_with('M')) {
+    scale = 1024 * 1024;
+  }
+  if (scale != 1) text.remove_suffix(1);
+  const auto number = parseNumber<uint64_t>(text);
+  if (!number || std::to_string(*number).size() != text.size()) return std::nullopt;
+  return *number * scale;
 }
 
 std::optional<uint64_t> parseMemTotal(std::string_view meminfo) {
@@ -174,6 +193,11 @@ class LinuxKernelValues final : public KernelValues {
         {"kern.hostname", &LinuxKernelValues::hostName},
         {"kern.boottime", &LinuxKernelValues::bootTime},
         {"hw.byteorder", &LinuxKernelValues::byteOrder},
+        {"machdep.cpu.vendor", &LinuxKernelValues::vendor},
+        {"hw.packages", &LinuxKernelValues::packages},
+        {"hw.l2cachesize", &LinuxKernelValues::level2Cache},
+        {"hw.l3cachesize", &LinuxKernelValues::level3Cache},
+        {"hw.cputype", &LinuxKernelValues::cpuType},
     };
     auto found = kReaders.find(name);
     if (found == kReaders.end()) return std::nullopt;
@@ -219,6 +243,52 @@ class LinuxKernelValues final : public KernelValues {
     auto info = cpuInfo();
     if (!info || info->physicalCpus == 0) return std::nullopt;
     return kernel_bytes::fromInt32(info->physicalCpus);
+  }
+
+  std::optional<std::string> vendor() const {
+    auto info = cpuInfo();
+    if (!info || info->vendor.empty()) return std::nullopt;
+    return kernel_bytes::fromString(info->vendor);
+  }
+
+  std::optional<std::string> packages() const {
+    auto info = cpuInfo();
+    if (!info || info->packages == 0) return std::nullopt;
+    return kernel_bytes::fromInt32(info->packages);
+  }
+
+  // Processor 0's cache of `level` that holds data (a unified one, else the data half).
+  std::optional<std::string> cacheOfLevel(int level) const {
+    const auto folder = roots_.sys / "devices/system/cpu/cpu0/cache";
+    std::optional<uint64_t> bytes;
+    for (int index = 0; index < 16; ++index) {
+      const auto entry = folder / ("index" + std::to_string(index));
+      const auto entryLevel = read(entry / "level");
+      if (!entryLevel) continue;
+      if (parseNumber<int>(trimmed(*entryLevel)) != level) continue;
+      const auto type = read(entry / "type");
+      if (!type || trimmed(*type) == "Instruction") continue;
+      const auto size = read(entry / "size");
+      if (auto parsed = size ? parseCacheSize(*size) : std::nullopt; parsed && (!bytes || trimmed(*type) == "Unified")) {
+        bytes = parsed;
+      }
+    }
+    if (!bytes) return std::nullopt;
+    return kernel_bytes::fromInt64(static_cast<int64_t>(*bytes));
+  }
+  std::optional<std::string> level2Cache() const { return cacheOfLevel(2); }
+  std::optional<std::string> level3Cache() const { return cacheOfLevel(3); }
+
+  std::optional<std::string> cpuType() const {
+    // The Mac's numbering: the family with the 64-bit flag.
+    constexpr int32_t k64Bit = 0x01000000;
+#if defined(__x86_64__)
+    return kernel_bytes::fromInt32(k64Bit | 7);
+#elif defined(__aarch64__)
+    return kernel_bytes::fromInt32(k64Bit | 12);
+#else
+    return std::nullopt;
+#endif
   }
 
   std::optional<std::string> memorySize() const {

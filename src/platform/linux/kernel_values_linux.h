@@ -19,6 +19,8 @@ struct CpuInfo {
   int logicalCpus = 0;     // "processor" entries
   int physicalCpus = 0;    // distinct (physical id, core id) pairs; the logical count without them
   double megahertz = 0.0;  // "cpu MHz" of the first processor, 0 when absent
+  std::string vendor;      // "vendor_id" of the first processor; "" unknown (ARM)
+  int packages = 0;        // distinct "physical id" values; 0 when none is given
 };
 
 CpuInfo parseCpuInfo(std::string_view cpuinfo);
@@ -36,6 +38,9 @@ std::optional<uint64_t> frequencyFromBrand(std::string_view brand);
 // trailing NULs and white space; nothing when that leaves it empty.
 std::optional<std::string> singleValue(std::string_view text);
 
+// A cache "size" file of sysfs ("32K", "1024K", "16M", or plain bytes) in bytes.
+std::optional<uint64_t> parseCacheSize(std::string_view text);
+
 // Where the host's files are; tests point these at fixture trees.
 struct Roots {
   std::filesystem::path proc = "/proc";
@@ -50,6 +55,11 @@ struct Roots {
 //   hw.memsize               MemTotal (8 bytes)
 //   hw.cpufrequency          the brand's nominal frequency, else cpufreq's maximum, else
 //                            cpuinfo's current MHz (8 bytes, Hz)
+//   machdep.cpu.vendor       cpuinfo's vendor_id
+//   hw.packages              cpuinfo's distinct physical ids (4 bytes)
+//   hw.l2cachesize, hw.l3cachesize   processor 0's unified or data cache of that level in
+//                            sysfs (8 bytes)
+//   hw.cputype               the Mac's CPU type of this build's processor family (4 bytes)
 //   kern.ostype, kern.osrelease, kern.version, kern.hostname   /proc/sys/kernel
 //   kern.boottime            /proc/stat btime as the Mac's 16-byte timeval (microseconds 0)
 //   hw.byteorder             1234 or 4321, this build's own byte order (4 bytes)
