@@ -8,6 +8,8 @@
 #include <cstdint>
 #include <exception>
 #include <map>
+#include <string>
+#include <string_view>
 #include <optional>
 #include <unordered_map>
 #include <vector>
@@ -61,6 +63,46 @@ std::string excerpt(std::string_view line) {
     if (!isPrintable(c)) c = '?';
   }
   return "\"" + text + (line.size() > kLimit ? "...\"" : "\"");
+}
+
+// The core clusters of each Apple-silicon chip a recorded machine may carry: the efficiency
+// cluster first, then the performance clusters and their sizes, numbered as the Mac numbers its
+// processors (efficiency cores from cpu0). Listings record no cores, so the chip supplies them.
+struct ChipClusters {
+  std::string_view brand;
+  int efficiencyCores;
+  std::vector<int> performanceClusters;
+};
+
+const std::vector<ChipClusters>& chipClusters() {
+  static const std::vector<ChipClusters> chips = {
+      {"Apple M1", 4, {4}},           {"Apple M1 Pro", 2, {4, 4}}, {"Apple M1 Max", 2, {4, 4}},
+      {"Apple M2", 4, {4}},           {"Apple M2 Pro", 4, {4, 4}}, {"Apple M2 Max", 4, {4, 4}},
+      {"Apple M3", 4, {4}},           {"Apple M3 Pro", 6, {6}},    {"Apple M4", 6, {4}},
+      {"Apple A18 Pro", 4, {2}},
+  };
+  return chips;
+}
+
+// The registry's processor nodes of `brand`'s chip ({"cpus": [...]}), or null for a chip not
+// in the table.
+nlohmann::json coreClustersOf(std::string_view brand) {
+  const auto& chips = chipClusters();
+  const auto chip = std::find_if(chips.begin(), chips.end(), [&](const ChipClusters& c) { return c.brand == brand; });
+  if (chip == chips.end()) return nullptr;
+  nlohmann::json cpus = nlohmann::json::array();
+  int id = 0;
+  const auto add = [&](int count, int cluster, const char* type) {
+    for (int i = 0; i < count; ++i, ++id) {
+      cpus.push_back({{"name", "cpu" + std::to_string(id)}, {"cpu-id", id}, {"cluster-id", cluster},
+                      {"cluster-type", type}});
+    }
+  };
+  add(chip->efficiencyCores, 0, "E");
+  for (std::size_t cluster = 0; cluster < chip->performanceClusters.size(); ++cluster) {
+    add(chip->performanceClusters[cluster], static_cast<int>(cluster) + 1, "P");
+  }
+  return {{"cpus", std::move(cpus)}};
 }
 
 std::string joined(const std::vector<std::string>& items) {
@@ -460,6 +502,7 @@ class DumpImporter {
     profile->provenance = std::move(provenance);
     profile->smc = std::move(entries_);
     profile->hasHid = appleSilicon;
+    if (appleSilicon) profile->ioreg = coreClustersOf(brand);
 
     // Whatever is imported must load again exactly; anything else is a fault of this importer.
     std::string loadError;
