@@ -53,8 +53,34 @@ TEST_F(GPUInfoOfMachine, IntelAndUnrecognisedChipsListPCIDevicesWithModelsRecogn
   EXPECT_TRUE(gpu::getGPUInfo(cpu_platform::kIntel)->empty());
   install("Apple M3 Max", R"({"pci": [{"model": "Apple M3 Max GPU"}]})");
   EXPECT_EQ(HWSystemDevice::device()->gpuInfos()->at(0).modelName(), "Apple M3 Max GPU");
+  // Apple silicon's graphics come from the profiler, never from PCI, and a recorded machine has
+  // no profiler to run.
   install("Apple M1 Pro", R"({"pci": [{"model": "AMD Radeon Pro 5500M"}]})");
-  EXPECT_TRUE(HWSystemDevice::device()->gpuInfos()->empty());
+  EXPECT_FALSE(HWSystemDevice::device()->gpuInfos().has_value());
+}
+
+TEST(GPUInfoFromProfiler, ReadsEachDisplaysEntry) {
+  // Output; model, vendor, cores, memory of each entry ("" for a list of none, "-" for no list).
+  const std::pair<const char*, std::string> cases[] = {
+      {R"({"SPDisplaysDataType": [{"sppci_model": "Apple M1 Pro", "spdisplays_vendor": "sppci_vendor_Apple",
+           "sppci_cores": "16", "spdisplays_vram_shared": "16 GB", "spdisplays_vram": "x"}]})",
+       "Apple M1 Pro|sppci_vendor_Apple|16|16 GB;"},
+      {R"({"SPDisplaysDataType": [{"sppci_model": "GPU", "sppci_cores": 10, "spdisplays_vram": "1536 MB"}, 7,
+           {"sppci_model": 5, "sppci_cores": "many"}]})",
+       "GPU||10|1536 MB;||0|;"},
+      {R"({"SPDisplaysDataType": []})", ""},
+      {R"({"SPDisplaysDataType": {"sppci_model": "GPU"}})", "-"},
+      {R"({"SPOther": []})", "-"},
+      {"not json", "-"}};
+  for (const auto& [output, expected] : cases) {
+    const auto gpus = gpu::gpuInfosFromProfiler(output);
+    std::string seen = gpus ? "" : "-";
+    for (const auto& g : gpus.value_or(std::vector<HWGPUInfo>())) {
+      seen += g.modelName() + "|" + g.vendor() + "|" + std::to_string(g.cores()) + "|" + g.vram() + ";";
+      EXPECT_EQ(g.shortModelName(), g.modelName());
+    }
+    EXPECT_EQ(seen, expected) << output;
+  }
 }
 
 TEST_F(GPUInfoOfMachine, DeviceKeepsWhatItGatheredUntilResetAndGathersOnceUnderConcurrency) {

@@ -13,6 +13,7 @@
 #include <nlohmann/json.hpp>
 
 #include "commands.h"
+#include "hardware_json.h"
 #include "stop_on_signal.h"
 #include "corvane/dispatch/dispatch.h"
 #include "corvane/monitors/cpu_load_reader.h"
@@ -38,37 +39,11 @@ struct CpuOptions {
   int interval = 0;  // seconds; 0: the settings' update interval
 };
 
-// A count or size the machine did not give is null rather than a made-up number.
-Json countJson(std::uint64_t count) { return count == kUnknownCount ? Json(nullptr) : Json(count); }
-Json positiveJson(double value) { return value > 0 ? Json(value) : Json(nullptr); }
 // A mean over no core of its kind is NaN, which JSON cannot hold.
 Json shareJson(const std::optional<double>& value) {
   return value && std::isfinite(*value) ? Json(*value) : Json(nullptr);
 }
 
-Json cpuInfoJson(const HWCPUInfo& info) {
-  Json cores = Json::array();
-  for (const auto& core : info.coreList()) {
-    cores.push_back({{"coreId", core.coreId}, {"name", core.name}, {"type", core.type}});
-  }
-  const double active = HWSystemUtils::sysctlDoubleForKey("hw.activecpu");
-  return {{"brand", info.brand()},
-          {"vendor", info.vendor()},
-          {"cpuCount", info.cpuCount()},
-          {"coreCount", countJson(info.coreCount())},
-          {"threadCount", countJson(info.threadCount())},
-          {"activeCount", active > 0 ? Json(static_cast<std::uint64_t>(active)) : Json(nullptr)},
-          {"eCoreCount", countJson(info.eCoreCount())},
-          {"pCoreCount", countJson(info.pCoreCount())},
-          {"frequency", positiveJson(info.frequency())},
-          {"l2Cache", positiveJson(info.l2Cache())},
-          {"l3Cache", positiveJson(info.l3Cache())},
-          {"architecture", info.architecture()},
-          {"platform", info.platform()},
-          {"hasHyperthreadingCores", info.hasHyperthreadingCores()},
-          {"hasEPCores", info.hasEPCores()},
-          {"coreList", std::move(cores)}};
-}
 
 // What `corvane cpu --json` prints for one interval; the load figures are null when the machine
 // records no processor ticks (a simulated one), so that nothing passes for a reading.

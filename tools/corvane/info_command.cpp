@@ -8,6 +8,7 @@
 #include <nlohmann/json.hpp>
 
 #include "commands.h"
+#include "hardware_json.h"
 #include "corvane/settings/pref_data.h"
 #include "corvane/settings/settings_data_store.h"
 #include "corvane/sysinfo/system_device.h"
@@ -70,7 +71,9 @@ Json description(HWSystemDevice& device) {
               {"bootDate", boot ? Json(isoDate(*boot)) : Json(nullptr)},
               {"uptimeValue", orNull(device.getUptimeValue())},
               {"modelInfo", modelSection(device)},
-              {"osInfo", osSection(device)}};
+              {"osInfo", osSection(device)},
+              {"cpuInfo", cpuInfoJson(device.cpuInfo())},
+              {"gpuInfos", gpuInfosJson(device.gpuInfos())}};
 }
 
 std::string textOf(const Json& value) {
@@ -94,6 +97,12 @@ void printText(const Json& info) {
   line("Host name:", textOf(info["hostName"]));
   line("Boot date:", textOf(info["bootDate"]));
   line("Uptime:", textOf(info["uptimeValue"]));
+  const Json& cpu = info["cpuInfo"];
+  line("Processor:", textOf(cpu["brand"]) + ", " + textOf(cpu["coreCount"]) + " cores, " + textOf(cpu["threadCount"]) +
+                         " threads");
+  const Json& gpus = info["gpuInfos"];
+  if (gpus.is_null() || gpus.empty()) line("Graphics:", gpus.is_null() ? "unknown" : "none listed");
+  for (const auto& gpu : gpus) line("Graphics:", textOf(gpu["modelName"]));
 }
 
 int info(Context& context, bool json) {
@@ -119,9 +128,10 @@ void registerInfoCommand(CLI::App& app, Context& context) {
   auto json = std::make_shared<bool>(false);
   auto* command = app.add_subcommand(
       "info", "Show who the machine is: model (identifier, name, year, family, T2 support), operating system, "
-              "host name, boot date and uptime");
+              "host name, boot date, uptime, processor and graphics processors");
   command->footer("With --json: an object with \"machine\" (its name, and whether it is simulated), \"hostName\", "
-                  "\"bootDate\" (UTC), \"uptimeValue\", \"modelInfo\" and \"osInfo\".");
+                  "\"bootDate\" (UTC), \"uptimeValue\", \"modelInfo\", \"osInfo\", \"cpuInfo\" (as corvane cpu prints it) and "
+                  "\"gpuInfos\" (null when they could not be listed).");
   command->add_flag("--json", *json, "Print the description as JSON");
   command->callback([&context, json] { context.exitCode = info(context, *json); });
 }

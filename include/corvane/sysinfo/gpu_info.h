@@ -1,9 +1,10 @@
-// The machine's graphics processors, as the I/O registry names them.
+// The machine's graphics processors, as the I/O registry or the system profiler names them.
 #pragma once
 
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -48,10 +49,17 @@ std::optional<std::string> shortModelNameFrom(const std::string& modelName);
 // True when `modelName` names a discrete vendor ("NVIDIA", "AMD" or "Radeon").
 bool isDedicatedFrom(const std::string& modelName);
 
+// The graphics processors the system profiler's "SPDisplaysDataType -json" output lists: model
+// (also the short name), vendor, core count and memory (the shared memory when given, else the
+// dedicated one). Nothing when the text is not JSON or its "SPDisplaysDataType" is not an
+// array; an element that is not an object is skipped, a field of the wrong kind left empty.
+std::optional<std::vector<HWGPUInfo>> gpuInfosFromProfiler(std::string_view profilerJson);
+
 // The graphics processors of the current machine for CPU platform value `platform`. On Intel
 // (1) and unrecognised chips (0) they are the PCI devices with a "model" in the I/O registry;
-// nullopt when the registry search fails. Recognised Apple-silicon platforms would take them
-// from the system profiler, which this build does not do yet: it answers an empty list there.
+// nullopt when the registry search fails. On a recognised Apple-silicon platform they are what
+// the system profiler lists; nullopt when it cannot be run (always on a simulated machine,
+// which records no profiler output).
 std::optional<std::vector<HWGPUInfo>> getGPUInfo(std::uint64_t platform);
 
 }  // namespace gpu
