@@ -1,5 +1,7 @@
 // The live view's rows and sparklines, checked without a terminal.
+#include <array>
 #include <cmath>
+#include <tuple>
 #include <limits>
 #include <string>
 #include <vector>
@@ -147,6 +149,71 @@ TEST_F(BuildRows, GroupsByCategoryInTheUsersUnits) {
     }
     EXPECT_EQ(shown, c.expected) << c.label;
   }
+}
+
+TEST(CpuPanelPieces, SharesNeverLeaveZeroToOneHundred) {
+  // Share; its text; a four-cell bar in ASCII levels (eighths: full "#", partial by level).
+  const std::tuple<double, std::string, std::string> cases[] = {
+      {0.0, "0.0%", "    "},      {0.5, "50.0%", "##  "},  {0.25 + 1.0 / 32, "28.1%", "#_  "},
+      {1.0, "100.0%", "####"},    {1.7, "100.0%", "####"}, {-0.2, "0.0%", "    "},
+      {kNaN, "-", "    "},        {kInf, "100.0%", "####"}};
+  for (const auto& [share, text, bar] : cases) {
+    EXPECT_EQ((std::pair{shareText(share), shareBar(share, 4, kAsciiLevels)}), (std::pair{text, bar})) << share;
+  }
+}
+
+TEST(CpuPanelPieces, MinuteSeriesAveragesEachSliceOfTheLastMinute) {
+  const double now = 1000;
+  const auto item = [](double time, double total) {
+    HWCPULoadInfoItem made{time, {}};
+    made.loadInfo.totalUsage = total;
+    return made;
+  };
+  // Six 10 s slices; 61 s old and future readings fall outside; the newest slice averages two.
+  const std::vector<HWCPULoadInfoItem> items = {item(939, 0.9), item(941, 0.2), item(975, 0.5),
+                                                item(995, 0.4), item(999, 0.8), item(1001, 1.0)};
+  const auto series = minuteSeries(items, now, 6);
+  ASSERT_EQ(series.size(), 6u);
+  const std::array<double, 6> expected = {0.2, kNaN, kNaN, 0.5, kNaN, 0.6};
+  for (std::size_t i = 0; i < 6; ++i) {
+    if (std::isnan(expected[i])) {
+      EXPECT_TRUE(std::isnan(series[i])) << i;
+    } else {
+      EXPECT_NEAR(series[i], expected[i], 1e-12) << i;
+    }
+  }
+  EXPECT_EQ(levelLine({0.0, kNaN, 0.5, 1.0, 3.0}, kAsciiLevels), "_ =##") << "a fixed 0..1 scale";
+}
+
+TEST(CpuPanel, ShowsTotalsSeriesCoresAndProcesses) {
+  HWCPULoadInfo load;
+  load.totalUsage = 0.5;
+  load.userLoad = 0.3;
+  load.systemLoad = 0.2;
+  load.idleLoad = 0.5;
+  load.usagePerCore = std::make_shared<const std::vector<HWCPUCoreUsage>>(
+      std::vector<HWCPUCoreUsage>{{0.25, {0, "cpu0", 1}}, {1.0, {1, "cpu1", 2}}});
+  load.usageECores = 0.25;
+  load.usagePCores = 0.75;
+  CpuInput input;
+  input.load = load;
+  input.averages = HWLoadAverages{1.5, 1.25, 1.0};
+  input.cores = {{0, "cpu0", 1}, {1, "cpu1", 2}};
+  input.processes = {{312, "mds_stores", std::nullopt, 12.5}, {7, "a\x1b[2Jb", std::nullopt, 3}, {9, "x", {}, 1}};
+  input.series = {{995, load}};
+  std::vector<std::string> shown;
+  for (const auto& line : cpuPanel(input, 1000, 60, 2, kAsciiLevels)) shown.push_back((line.heading ? "# " : "") + line.text);
+  EXPECT_EQ(shown, (std::vector<std::string>{
+                       "# CPU  total 50.0%  user 30.0%  system 20.0%  idle 50.0%  load averages 1.50 1.25 1.00",
+                       "  last minute " + std::string(42, ' ') + "=   ",  // 46 slices; 5 s old is in the 43rd
+                       "  E0   |##      | 25.0%  P1   |########|100.0%",
+                       "  efficiency cores 25.0%  performance cores 75.0%",
+                       "#      PID    %CPU  COMMAND",
+                       "     312    12.5  mds_stores",
+                       "       7     3.0  a?[2Jb"}));
+
+  input.recorded = false;
+  EXPECT_EQ(cpuPanel(input, 1000, 60, 2).size(), 1u) << "a machine without ticks says so and shows nothing else";
 }
 
 }  // namespace

@@ -11,6 +11,8 @@
 #include <string_view>
 #include <vector>
 
+#include "corvane/monitors/cpu_load_reader.h"
+#include "corvane/monitors/cpu_readers.h"
 #include "corvane/store/entities.h"
 #include "graph_data.h"
 
@@ -62,5 +64,41 @@ std::string fanModeText(std::optional<double> modeKey, std::optional<double> for
 // power) followed by its sensors in input order; sensors outside those categories are left out.
 std::vector<Row> buildRows(const std::vector<SensorInput>& sensors, double now, int sparkWidth,
                            const Glyphs& glyphs = kBlocks);
+
+// What the CPU panel shows: the monitor's latest figures.
+struct CpuInput {
+  bool recorded = true;  // false: the machine records no processor load (a simulated one)
+  std::optional<HWCPULoadInfo> load;       // nothing before the first reading
+  std::vector<HWCPULoadInfoItem> series;   // the last minute, oldest first
+  std::optional<HWLoadAverages> averages;
+  std::vector<HWCPUProcess> processes;     // busiest first
+  std::vector<HWCPUCore> cores;            // the core list, for each bar's kind
+};
+
+struct PanelLine {
+  std::string text;
+  bool heading = false;
+};
+
+// A share from 0 to 1 as a percentage with one decimal ("45.2%"); a share outside 0..1 is held
+// at the nearer end, one that is not a number is "-".
+std::string shareText(double share);
+
+// A bar `width` cells wide filled in proportion to `share` (held within 0..1): full cells, one
+// partial cell of eighths, blanks; a share that is not a number is all blanks.
+std::string shareBar(double share, int width, const Glyphs& glyphs = kBlocks);
+
+// The minute before `now` cut into `columns` slices: the mean total usage of the readings in
+// each slice, NaN where there is none.
+std::vector<double> minuteSeries(const std::vector<HWCPULoadInfoItem>& items, double now, int columns);
+
+// `shares` as one glyph each on a fixed 0..1 scale (so an idle minute stays low), NaN a blank.
+std::string levelLine(const std::vector<double>& shares, const Glyphs& glyphs = kBlocks);
+
+// The panel's lines for a terminal `width` columns wide: the totals and load averages, the last
+// minute, one bar per core (as many a line as fit; "E" or "P" before the bar where the kind is
+// known), and the busiest processes. At most `processLines` processes are shown.
+std::vector<PanelLine> cpuPanel(const CpuInput& input, double now, int width, int processLines,
+                                const Glyphs& glyphs = kBlocks);
 
 }  // namespace corvane::cli::live

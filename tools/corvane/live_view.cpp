@@ -30,10 +30,13 @@
 
 #include "commands.h"
 #include "corvane/dispatch/dispatch.h"
+#include "corvane/monitors/cpu_monitor.h"
 #include "corvane/platform/platform.h"
+#include "corvane/platform/processor_load.h"
 #include "corvane/settings/data_manager.h"
 #include "corvane/settings/settings_data_store.h"
 #include "corvane/smc/fan_keys.h"
+#include "corvane/sysinfo/system_device.h"
 #include "graph_data.h"
 #include "live_model.h"
 
@@ -117,6 +120,7 @@ std::string cell(const std::string& text, int width, bool alignRight = false) {
 
 class LiveView final : public HWSensorDataStoreDelegate,
                        public HWSensorReader::Delegate,
+                       public HWCPUMonitorDelegate,
                        public std::enable_shared_from_this<LiveView> {
  public:
   LiveView(std::shared_ptr<HWDataManager> manager, bool blocks)
@@ -129,6 +133,9 @@ class LiveView final : public HWSensorDataStoreDelegate,
       categories_[type]->setType(type);
     }
     if (const auto& machine = platform::current().machine()) machineName_ = machine->name;
+    platform::ProcessorTickSample probe;
+    cpu_.recorded = platform::ProcessorLoad::create(platform::current())->sample(probe);
+    cpu_.cores = HWSystemDevice::device()->cpuInfo().coreList();
   }
 
   void start() {
@@ -145,10 +152,18 @@ class LiveView final : public HWSensorDataStoreDelegate,
     });
     timer_->schedule(std::chrono::nanoseconds(0), std::chrono::seconds(interval_), std::chrono::milliseconds(250));
     timer_->resume();
+    // A machine without processor ticks has nothing for the CPU monitor to read.
+    if (cpu_.recorded) {
+      cpuMonitor_ = HWCPUMonitor::create(manager_);
+      cpuMonitor_->addDelegate(shared_from_this());
+      cpuMonitor_->setup();
+      cpuMonitor_->start();
+    }
     draw();
   }
 
   void stop() {
+    if (cpuMonitor_) cpuMonitor_->stop();
     if (timer_) timer_->cancel();
     reader_->setDelegate(nullptr);
   }
@@ -204,6 +219,20 @@ class LiveView final : public HWSensorDataStoreDelegate,
       inputs.push_back({own.sensor, own.history, fanMode(*own.sensor)});
     }
     inputs_ = std::move(inputs);
+    draw();
+  }
+
+  void cpuMonitorDidReadLoadInfo(const HWCPULoadInfo& info) override {
+    cpu_.load = info;
+    cpu_.series = cpuMonitor_->loadInfoItems();
+    draw();
+  }
+  void cpuMonitorDidReadTopProcesses(const std::vector<HWCPUProcess>& processes) override {
+    cpu_.processes = processes;
+    draw();
+  }
+  void cpuMonitorDidReadLoadAverage(const HWLoadAverages& values) override {
+    cpu_.averages = values;
     draw();
   }
 
@@ -301,9 +330,15 @@ class LiveView final : public HWSensorDataStoreDelegate,
     const int fixed = 2 + nameWidth + 1 + kKey + 1 + kNumber + 1 + kStatus + 1 + 2 * (kNumber + 1) +
                       (fans ? kMode + 1 : 0);
     const int sparkWidth = std::clamp(COLS - fixed, 0, 60);
-    const auto rows = live::buildRows(inputs_, dispatch::now(), sparkWidth, blocks_ ? live::kBlocks : live::kAsciiLevels);
+    const auto& glyphs = blocks_ ? live::kBlocks : live::kAsciiLevels;
+    const auto rows = live::buildRows(inputs_, dispatch::now(), sparkWidth, glyphs);
+    // The CPU panel takes at most half the screen; the sensors scroll below it.
+    const int processLines = std::clamp(LINES / 4, 0, 12);
+    auto panel = live::cpuPanel(cpu_, dispatch::now(), COLS, processLines, glyphs);
+    panel.resize(std::min(panel.size(), static_cast<std::size_t>(std::max(0, LINES / 2))));
+    const int top = 1 + static_cast<int>(panel.size());
 
-    const int body = std::max(0, LINES - kHeaderLines);
+    const int body = std::max(0, LINES - top - 1);
     scroll_ = std::clamp(scroll_, 0, std::max(0, static_cast<int>(rows.size()) - body));
 
     erase();
@@ -314,20 +349,25 @@ class LiveView final : public HWSensorDataStoreDelegate,
     attron(A_REVERSE);
     mvaddstr(0, 0, cell(title, COLS).c_str());
     attroff(A_REVERSE);
+    for (std::size_t i = 0; i < panel.size(); ++i) {
+      if (panel[i].heading) attron(A_BOLD);
+      mvaddstr(1 + static_cast<int>(i), 0, cell(panel[i].text, COLS).c_str());
+      if (panel[i].heading) attroff(A_BOLD);
+    }
     std::string columns = "  " + cell("Sensor", nameWidth) + " " + cell("Key", kKey) + " " +
                           cell("Value", kNumber, true) + " " + cell("Status", kStatus) + " " +
                           cell("Min", kNumber, true) + " " + cell("Max", kNumber, true) + " ";
     if (fans) columns += cell("Mode", kMode) + " ";
     if (sparkWidth > 0) columns += "Last hour";
     attron(A_BOLD);
-    mvaddstr(1, 0, cell(columns, COLS).c_str());
+    mvaddstr(top, 0, cell(columns, COLS).c_str());
     attroff(A_BOLD);
-    if (rows.empty()) mvaddstr(kHeaderLines, 2, "Reading the sensors...");
+    if (rows.empty()) mvaddstr(top + 1, 2, "Reading the sensors...");
     for (int line = 0; line < body && scroll_ + line < static_cast<int>(rows.size()); ++line) {
       const Row& row = rows[static_cast<std::size_t>(scroll_ + line)];
       if (row.kind == Row::Kind::kHeader) {
         attron(A_BOLD);
-        mvaddstr(kHeaderLines + line, 0, cell(row.name, COLS).c_str());
+        mvaddstr(top + 1 + line, 0, cell(row.name, COLS).c_str());
         attroff(A_BOLD);
         continue;
       }
@@ -336,7 +376,7 @@ class LiveView final : public HWSensorDataStoreDelegate,
                          cell(row.minimum, kNumber, true) + " " + cell(row.maximum, kNumber, true) + " ";
       if (fans) text += cell(row.fanMode, kMode) + " ";
       text += row.sparkline;
-      mvaddstr(kHeaderLines + line, 0, cell(text, COLS).c_str());
+      mvaddstr(top + 1 + line, 0, cell(text, COLS).c_str());
     }
     refresh();
   }
@@ -351,6 +391,8 @@ class LiveView final : public HWSensorDataStoreDelegate,
   std::map<std::string, std::vector<GraphSample>> storedHistory_;
   std::vector<SensorInput> inputs_;
   std::shared_ptr<dispatch::TimerSource> timer_;
+  std::shared_ptr<HWCPUMonitor> cpuMonitor_;
+  live::CpuInput cpu_;
   bool following_ = false;
   double lastAnnouncement_ = 0;
   double lastHistoryFetch_ = -1e18;
