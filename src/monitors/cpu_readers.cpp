@@ -1,6 +1,7 @@
 #include "corvane/monitors/cpu_readers.h"
 
 #include <algorithm>
+#include <charconv>
 #include <memory>
 #include <string_view>
 #include <fstream>
@@ -80,22 +81,46 @@ std::optional<std::vector<HWCPUProcess>> ProcProcessList::busiest(std::int64_t c
   std::string path = procRoot_.string() + "/";
   const std::size_t folderLength = path.size();
   char buffer[1024];
+  // The file `leaf` of process `name`, into `buffer`; empty when it cannot be read (the process
+  // may have ended since the listing: it is simply left out).
+  const auto readLeaf = [&](std::string_view name, const char* leaf) -> std::string_view {
+    path.resize(folderLength);
+    path.append(name).append("/").append(leaf);
+    const int file = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (file < 0) return {};
+    const ssize_t length = ::read(file, buffer, sizeof buffer);
+    ::close(file);
+    return length > 0 ? std::string_view(buffer, static_cast<std::size_t>(length)) : std::string_view();
+  };
+  // Nanoseconds on a processor from "schedstat", which the kernel writes for less than "stat".
+  const auto runNanos = [&](std::string_view name) -> std::optional<std::uint64_t> {
+    const auto text = readLeaf(name, "schedstat");
+    std::uint64_t nanos = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), nanos);
+    if (error != std::errc() || end == text.data()) return std::nullopt;
+    return nanos;
+  };
+  std::vector<bool> measuredFast;
   while (const dirent* entry = ::readdir(folder.get())) {
     const std::string_view name = entry->d_name;
     if (name.empty() || name.find_first_not_of("0123456789") != std::string_view::npos) continue;
-    path.resize(folderLength);
-    path.append(name).append("/stat");
-    // A process may end between the listing and the read; it is simply left out.
-    const int file = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (file < 0) continue;
-    const ssize_t length = ::read(file, buffer, sizeof buffer);
-    ::close(file);
-    if (length <= 0) continue;
-    const auto stat = cpu_text::procStat(std::string_view(buffer, static_cast<std::size_t>(length)));
+    std::int64_t pid = 0;
+    std::from_chars(name.data(), name.data() + name.size(), pid);
+    const auto before = previous_.find(pid);
+    // A process seen before needs only its run time; its command and start are known.
+    if (before != previous_.end() && before->second.runNanos && elapsed > 0) {
+      const auto nanos = runNanos(name);
+      if (nanos && *nanos >= *before->second.runNanos) {
+        const double usage = static_cast<double>(*nanos - *before->second.runNanos) / 1e9 / elapsed * 100.0;
+        seen[pid] = {before->second.cpuTicks, before->second.startTicks, nanos, before->second.command};
+        processes.push_back({pid, before->second.command, std::nullopt, usage});
+        measuredFast.push_back(true);
+        continue;
+      }
+    }
+    const auto stat = cpu_text::procStat(readLeaf(name, "stat"));
     if (!stat) continue;
-    seen[stat->pid] = {stat->cpuTicks, stat->startTicks};
     double usage = 0;
-    const auto before = previous_.find(stat->pid);
     // A pid reused by a new process has another start time: its ticks are not comparable.
     if (before != previous_.end() && before->second.startTicks == stat->startTicks && elapsed > 0) {
       const double ticks = stat->cpuTicks >= before->second.cpuTicks
@@ -105,18 +130,44 @@ std::optional<std::vector<HWCPUProcess>> ProcProcessList::busiest(std::int64_t c
       const double age = *uptime - static_cast<double>(stat->startTicks) / ticksPerSecond_;
       if (age > 0) usage = static_cast<double>(stat->cpuTicks) / ticksPerSecond_ / age * 100.0;
     }
+    seen[stat->pid] = {stat->cpuTicks, stat->startTicks, runNanos(name), stat->command};
     processes.push_back({stat->pid, stat->command, std::nullopt, usage});
+    measuredFast.push_back(false);
+  }
+  // The ones shown are checked against "stat" all the same: a process may have run another
+  // program (a new command) or ended, its pid going to a new one (another start time).
+  std::vector<std::size_t> order(processes.size());
+  for (std::size_t i = 0; i < order.size(); ++i) order[i] = i;
+  const auto busierAt = [&](std::size_t a, std::size_t b) {
+    return processes[a].usage != processes[b].usage ? processes[a].usage > processes[b].usage
+                                                    : processes[a].pid < processes[b].pid;
+  };
+  const auto shown = std::min<std::size_t>(order.size(), static_cast<std::size_t>(std::max<std::int64_t>(0, count)));
+  std::partial_sort(order.begin(), order.begin() + static_cast<std::ptrdiff_t>(shown), order.end(), busierAt);
+  for (std::size_t k = 0; k < shown; ++k) {
+    auto& process = processes[order[k]];
+    if (!measuredFast[order[k]]) continue;
+    const auto stat = cpu_text::procStat(readLeaf(std::to_string(process.pid), "stat"));
+    Seen& known = seen[process.pid];
+    if (!stat || stat->startTicks != known.startTicks) {
+      process.usage = 0;  // measured against another process: nothing sure to show this time
+      known.runNanos.reset();
+      continue;
+    }
+    process.command = stat->command;
+    known.command = stat->command;
   }
   previous_ = std::move(seen);
   previousTime_ = now;
+  // A process whose usage was cleared above may now sit lower: the list is sorted again.
   const auto busier = [](const HWCPUProcess& a, const HWCPUProcess& b) {
     return a.usage != b.usage ? a.usage > b.usage : a.pid < b.pid;
   };
-  const auto kept = static_cast<std::size_t>(std::max<std::int64_t>(0, std::min<std::int64_t>(
-      count, static_cast<std::int64_t>(processes.size()))));
-  std::partial_sort(processes.begin(), processes.begin() + static_cast<std::ptrdiff_t>(kept), processes.end(), busier);
-  processes.resize(kept);
-  return processes;
+  std::vector<HWCPUProcess> result;
+  result.reserve(shown);
+  for (std::size_t k = 0; k < shown; ++k) result.push_back(std::move(processes[order[k]]));
+  std::stable_sort(result.begin(), result.end(), busier);
+  return result;
 }
 
 std::function<std::optional<std::vector<HWCPUProcess>>(std::int64_t count)> hostProcesses() {

@@ -204,7 +204,7 @@ std::string statLine(int pid, const std::string& command, std::uint64_t ticks, s
 TEST(CPUSources, ProcessListMeasuresEachIntervalOnTheVirtualClock) {
   struct Step {
     double uptime;
-    std::vector<std::pair<int, std::string>> stats;  // pid folder and its file
+    std::vector<std::pair<int, std::string>> stats;  // pid folder and its stat (-pid: schedstat)
     std::int64_t count;
     std::vector<std::tuple<std::int64_t, std::string, double>> busiest;
   };
@@ -216,8 +216,13 @@ TEST(CPUSources, ProcessListMeasuresEachIntervalOnTheVirtualClock) {
       // 2 s later: over the interval; a counter that went back counts 0; pid 7 is a new process
       // (another start time), measured over its own life; ñ passes through.
       {1002, {{1, statLine(1, "init", 400, 0)}, {42, statLine(42, "a ) b", 1100, 90000)},
-              {7, statLine(7, "ñame", 30, 99900)}},
+              {7, statLine(7, "ñame", 30, 99900)}, {-1, "500000000 0 1"}, {-42, "1000000000 7 3"}},
        2, {{42, "a ) b", 50.0}, {7, "ñame", 10.0}}},
+      // 2 s later, from the run times alone; the ones shown are checked: 42 ran another program,
+      // pid 1 is now another process (its second of run time is not its own, so 0 this time).
+      {1004, {{1, statLine(1, "login", 5, 100300)}, {42, statLine(42, "renamed", 1100, 90000)},
+              {-1, "1500000000 0 9"}, {-42, "2000000000 7 3"}},
+       2, {{42, "renamed", 50.0}, {1, "init", 0.0}}},
   };
   testing::TempDir root;
   auto clock = dispatch::installVirtualTime(1'700'000'000);
@@ -227,6 +232,7 @@ TEST(CPUSources, ProcessListMeasuresEachIntervalOnTheVirtualClock) {
     testing::writeFile(root.path() / "uptime", std::to_string(step.uptime) + " 12.5\n");
     for (const auto& [pid, text] : step.stats) {
       if (pid == 0) std::filesystem::create_directories(root.path() / text);
+      else if (pid < 0) testing::writeFile(root.path() / std::to_string(-pid) / "schedstat", text);
       else testing::writeFile(root.path() / std::to_string(pid) / "stat", text);
     }
     const auto found = list.busiest(step.count);

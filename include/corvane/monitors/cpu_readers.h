@@ -33,8 +33,10 @@ std::optional<std::vector<HWCPUProcess>> psProcesses(std::int64_t count);
 // The busiest processes of a Linux system, from <procRoot>/<pid>/stat: a process's usage is its
 // processor time since the previous call over the time between the two calls (dispatch::now),
 // in percent of one core; on the first call, and for a process new since, over its whole life
-// (from <procRoot>/uptime), as ps shows it. Reading the files costs a fraction of a ps run,
-// which matters at every update interval. Thread-safe.
+// (from <procRoot>/uptime), as ps shows it. A process seen before is measured from its
+// "schedstat" alone, the cheaper file; the ones listed are checked against "stat" for their
+// command and start. Reading the files costs a fraction of a ps run, which matters at every
+// update interval. Thread-safe.
 class ProcProcessList {
  public:
   explicit ProcProcessList(std::filesystem::path procRoot = "/proc", double ticksPerSecond = 0);
@@ -47,6 +49,8 @@ class ProcProcessList {
   struct Seen {
     std::uint64_t cpuTicks = 0;
     std::uint64_t startTicks = 0;
+    std::optional<std::uint64_t> runNanos;  // from "schedstat", where the kernel writes it
+    std::string command;
   };
   std::mutex lock_;
   std::filesystem::path procRoot_;
