@@ -84,6 +84,13 @@ INSTANTIATE_TEST_SUITE_P(
         RunCase{"DaemonTakesNoArguments", CORVANE_CLI_PATH, {"daemon", "now"}, 2, "", "now"},
         RunCase{"CpuIntervalOutOfRange", CORVANE_CLI_PATH, {"cpu", "--interval", "0"}, 2, "", "--interval"},
         RunCase{"SettingsRead", CORVANE_CLI_PATH, {"settings", "list"}, 0, "", ""},
+        // A value the setting cannot hold, or no such setting: refused, and nothing stored.
+        RunCase{"SettingOfAnotherType", CORVANE_CLI_PATH, {"settings", "set", "HWUpdateFrequencyKey", "1.5"}, 2, "",
+                "'1.5' is not a value for HWUpdateFrequencyKey"},
+        RunCase{"SettingArrayOfNumbers", CORVANE_CLI_PATH, {"settings", "set", "HWFileLoggingSensorsKey", "[1,2]"}, 2,
+                "", "expected a JSON array of strings"},
+        RunCase{"UnknownSetting", CORVANE_CLI_PATH, {"settings", "set", "NoSuchSetting", "1"}, 2, "",
+                "'NoSuchSetting' is not a setting"},
         RunCase{"SettingWritten", CORVANE_CLI_PATH, {"settings", "set", "HWTempUnitCelsius", "false"}, 0, "", "*",
                 true},
         RunCase{"SimulateWithoutASpan", CORVANE_CLI_PATH, {"--machine", "M2-Max", "simulate"}, 2, "",

@@ -96,41 +96,31 @@ TEST(SqliteDefaultsSuite, ConcurrentWritersLoseNothing) {
             static_cast<std::size_t>(kThreads * kWrites));
 }
 
-TEST(SqliteDefaultsSuite, AFileThatIsNotADatabaseIsSetAsideAndAFreshOneStarted) {
-  testing::TempDir dir;
-  const auto file = dir.path() / "Preferences.db";
+// A file that is no database, and a database whose table has another shape: either is set aside,
+// said in one line, and a fresh file started.
+TEST(SqliteDefaultsSuite, AnUnusableFileIsSetAsideAndAFreshOneStarted) {
   const std::string garbage(8192, 'x');
-  testing::writeFile(file, garbage);
+  for (bool wrongTable : {false, true}) {
+    testing::TempDir dir;
+    const auto file = dir.path() / "Preferences.db";
+    if (wrongTable) {
+      SQLite::Database(file.string(), SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE)
+          .exec("CREATE TABLE defaults (name TEXT, data BLOB, extra INTEGER)");
+    } else {
+      testing::writeFile(file, garbage);
+    }
+    ::testing::internal::CaptureStderr();
+    auto suite = DefaultsSuite::sqliteFile(file);
+    const std::string err = ::testing::internal::GetCapturedStderr();
 
-  ::testing::internal::CaptureStderr();
-  auto suite = DefaultsSuite::sqliteFile(file);
-  const std::string err = ::testing::internal::GetCapturedStderr();
-
-  auto aside = setAside(dir.path());
-  ASSERT_EQ(aside.size(), 1u);
-  EXPECT_EQ(testing::readFile(aside[0]), garbage);  // kept as it was, for inspection
-  EXPECT_EQ(std::count(err.begin(), err.end(), '\n'), 1) << err;
-  EXPECT_NE(err.find(aside[0].string()), std::string::npos) << err;
-
-  EXPECT_TRUE(suite->set("HWOpenAtLogin", true));
-  EXPECT_EQ(DefaultsSuite::sqliteFile(file)->get("HWOpenAtLogin"), json(true));
-}
-
-TEST(SqliteDefaultsSuite, ATableOfAnotherShapeIsSetAsideAndARowThatIsNotJsonReadsAsAbsent) {
-  testing::TempDir dir;
-  const auto file = dir.path() / "Preferences.db";
-  {
-    SQLite::Database db(file.string(), SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE);
-    db.exec("CREATE TABLE defaults (name TEXT, data BLOB, extra INTEGER)");
+    auto aside = setAside(dir.path());
+    ASSERT_EQ(aside.size(), 1u);
+    EXPECT_TRUE(wrongTable || testing::readFile(aside[0]) == garbage);  // kept as it was, for inspection
+    EXPECT_EQ(std::count(err.begin(), err.end(), '\n'), 1) << err;
+    EXPECT_NE(err.find(aside[0].string()), std::string::npos) << err;
+    EXPECT_TRUE(suite->set("HWOpenAtLogin", true));
+    EXPECT_EQ(DefaultsSuite::sqliteFile(file)->get("HWOpenAtLogin"), json(true));
   }
-  ::testing::internal::CaptureStderr();
-  auto suite = DefaultsSuite::sqliteFile(file);
-  ::testing::internal::GetCapturedStderr();
-  EXPECT_EQ(setAside(dir.path()).size(), 1u);
-  suite->set("good", 1);
-  SQLite::Database(file.string(), SQLite::OPEN_READWRITE).exec("INSERT INTO defaults VALUES ('bad', '{not json')");
-  EXPECT_FALSE(suite->get("bad").has_value());
-  EXPECT_EQ(suite->keys(), (std::vector<std::string>{"bad", "good"}));
 }
 
 TEST(SqliteDefaultsSuite, RowsOfOtherWritersAreCleanedOrRefused) {
@@ -143,10 +133,12 @@ TEST(SqliteDefaultsSuite, RowsOfOtherWritersAreCleanedOrRefused) {
     db.exec("INSERT INTO defaults VALUES ('escape', '{\"\\u001b[2J\": \"a\\u0007b\"}')");
     db.exec("INSERT INTO defaults VALUES (CAST(x'6bff' AS TEXT), '1')");
     db.exec("INSERT INTO defaults VALUES ('deep', '" + std::string(100, '[') + std::string(100, ']') + "')");
+    db.exec("INSERT INTO defaults VALUES ('bad', '{not json')");
   }
   EXPECT_EQ(suite->get("escape"), json({{"[2J", "ab"}}));
-  EXPECT_EQ(suite->keys(), (std::vector<std::string>{"deep", "escape", "k\uFFFD", "ours"}));
+  EXPECT_EQ(suite->keys(), (std::vector<std::string>{"bad", "deep", "escape", "k\uFFFD", "ours"}));
   EXPECT_FALSE(suite->get("deep").has_value());
+  EXPECT_FALSE(suite->get("bad").has_value());
 }
 
 TEST(SqliteDefaultsSuite, AFileRemovedUnderAnOpenSuiteIsStartedAfresh) {

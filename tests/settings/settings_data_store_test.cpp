@@ -228,18 +228,14 @@ TEST_F(SettingsTest, PostedUserInfoIsCopiedAndAppModeOverridesAStaleOne) {
 }
 
 TEST_F(SettingsTest, ObserversRunLaterOnTheMainQueueAndADroppedTokenStopsCallsAlreadyQueued) {
-  using Received = std::vector<std::pair<std::string, json>>;
-  Received kept, dropped;
-  auto record = [](Received& into) {
-    return [&into](const std::string& name, const json& info) { into.emplace_back(name, info); };
-  };
-  auto keep = HWNotificationUtils::addObserver("A", record(kept));
-  auto drop = HWNotificationUtils::addObserver(std::nullopt, record(dropped));
+  decltype(received_) dropped;
+  auto drop = HWNotificationUtils::addObserver(
+      std::nullopt, [&dropped](const std::string& name, const json& info) { dropped.emplace_back(name, info); });
   platform::current().service<platform::GlobalNotifications>().post("A", {{"k", 1}});
-  EXPECT_TRUE(kept.empty()) << "observers run on the main queue, not inside post";
+  EXPECT_TRUE(received_.empty()) << "observers run on the main queue, not inside post";
   drop.reset();
   clock_->runUntilIdle();
-  EXPECT_EQ(kept, (Received{{"A", {{"k", 1}}}}));
+  EXPECT_EQ(received_, (decltype(received_){{"A", {{"k", 1}}}}));
   EXPECT_TRUE(dropped.empty());
 }
 

@@ -4,6 +4,8 @@
 
 #include <stdlib.h>
 
+#include <chrono>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -50,6 +52,20 @@ inline std::string readFile(const std::filesystem::path& path) {
 inline void writeFile(const std::filesystem::path& path, std::string_view text) {
   std::filesystem::create_directories(path.parent_path());
   std::ofstream(path, std::ios::binary) << text;
+}
+
+// A moment given in the process's local time, the zone both libc and ICU take from TZ.
+inline std::chrono::system_clock::time_point localTime(int year, int month, int day, int hour = 12, int minute = 0,
+                                                       int second = 0) {
+  std::tm parts{};
+  parts.tm_year = year - 1900;
+  parts.tm_mon = month - 1;
+  parts.tm_mday = day;
+  parts.tm_hour = hour;
+  parts.tm_min = minute;
+  parts.tm_sec = second;
+  parts.tm_isdst = -1;
+  return std::chrono::system_clock::from_time_t(std::mktime(&parts));
 }
 
 // Parses a profile that the test wrote; fails the test when it does not parse.

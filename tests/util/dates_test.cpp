@@ -1,26 +1,16 @@
 #include "corvane/util/dates.h"
 
-#include <ctime>
-
 #include <gtest/gtest.h>
+
+#include "support/test_support.h"
 
 namespace corvane::dates {
 namespace {
 
 using std::chrono::milliseconds;
 
-// A moment given in the process's local time, the zone both libc and ICU take from TZ.
-Date local(int year, int month, int day, int hour, int minute, int second) {
-  std::tm parts{};
-  parts.tm_year = year - 1900;
-  parts.tm_mon = month - 1;
-  parts.tm_mday = day;
-  parts.tm_hour = hour;
-  parts.tm_min = minute;
-  parts.tm_sec = second;
-  parts.tm_isdst = -1;
-  return std::chrono::system_clock::from_time_t(std::mktime(&parts));
-}
+// Moments in the local time zone, where calendar boundaries are counted.
+constexpr auto* local = &testing::localTime;
 
 TEST(DatesTest, FixedFormats) {
   const Date date = local(2024, 3, 7, 21, 5, 4);

@@ -1,7 +1,5 @@
 #include "corvane/util/hw_utils.h"
 
-#include <ctime>
-
 #include <gtest/gtest.h>
 
 #include "corvane/platform/displays.h"
@@ -12,16 +10,6 @@
 
 namespace corvane {
 namespace {
-
-dates::Date localNoon(int year, int month, int day) {
-  std::tm parts{};
-  parts.tm_year = year - 1900;
-  parts.tm_mon = month - 1;
-  parts.tm_mday = day;
-  parts.tm_hour = 12;
-  parts.tm_isdst = -1;
-  return std::chrono::system_clock::from_time_t(std::mktime(&parts));
-}
 
 // ---- axis labels ----
 
@@ -38,7 +26,7 @@ TEST(AxisTest, LabelsOldestFirstEndingNow) {
            {1, 14400, {"12:00", "16:00", "20:00", "00:00", "04:00", "08:00", "12:00"}},
            {2, 86400, {"1/08", "1/09", "1/10", "1/11", "1/12", "1/13", "1/14", "1/15"}},
            {7, 86400, {"12:00", "12:00", "12:00", "12:00", "12:00", "12:00", "12:00", "12:00"}}}) {
-    const dates::Date noon = localNoon(2024, 1, 15);
+    const dates::Date noon = testing::localTime(2024, 1, 15);
     const double now = std::chrono::duration<double>(noon.time_since_epoch()).count();
     const auto axis = HWUtils::xAxisWithCurrentDate(noon, c.timeRange);
     ASSERT_EQ(axis.size(), c.labels.size());
