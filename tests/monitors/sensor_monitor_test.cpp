@@ -189,7 +189,7 @@ TEST_F(SensorMonitorTest, FrequencyChangeRestartsTheSamplingPhaseAndTheTimer) {
   EXPECT_EQ(listener->readings, 6);
 }
 
-TEST_F(SensorMonitorTest, ASensorStoredAnewIsTheOneWrittenTo) {
+TEST_F(SensorMonitorTest, ASensorStoredAnewIsTheOneWrittenToAndAMonitorLetGoReadsNoMore) {
   open();
   runReadings(2);
   const auto gone = ofCategory(0);
@@ -200,14 +200,10 @@ TEST_F(SensorMonitorTest, ASensorStoredAnewIsTheOneWrittenTo) {
   const auto again = store->getSensorByKey(gone->key());
   ASSERT_NE(again, nullptr);
   EXPECT_EQ(again->graphPointCount(HWTimeRange::kHour), 1);
-}
-
-TEST_F(SensorMonitorTest, AMonitorLetGoReadsNoMore) {
-  open();
-  runReadings(2);
+  const int readings = listener->readings;
   monitor.reset();
   clock->advance(seconds(10));
-  EXPECT_EQ(listener->readings, 2);
+  EXPECT_EQ(listener->readings, readings);
 }
 
 }  // namespace

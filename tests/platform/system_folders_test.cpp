@@ -24,7 +24,7 @@ TEST(ParseUserDirTest, FindsTheDocumentsFolder) {
   }
 }
 
-TEST(AdminGroupTest, ChoosesSudoThenWheelThenAdmin) {
+TEST(AdminGroupTest, ChoosesSudoThenWheelThenAdminFromTheGroupFile) {
   for (const auto& [text, admin] : std::initializer_list<std::pair<const char*, const char*>>{
            {"root:x:0:\nwheel:x:10:ann\nsudo:x:27:ann\n", "sudo"},
            {"root:x:0:\nstaff:x:20:\n", "admin"},
@@ -35,9 +35,6 @@ TEST(AdminGroupTest, ChoosesSudoThenWheelThenAdmin) {
            {"root:x:0:\r\nsudo:x:27:ann\r\n", "sudo"}}) {
     EXPECT_EQ(chooseAdminGroup(parseGroupNames(text)), admin) << text;
   }
-}
-
-TEST(SystemFoldersTest, GroupNamesInFileOrderAndAdminGroupFromAFile) {
   EXPECT_EQ(parseGroupNames("root:x:0:\n\n:x:1:\nstaff:x:20:a,b\n"), (std::vector<std::string>{"root", "staff"}));
   testing::TempDir dir;
   testing::writeFile(dir.path() / "group", "root:x:0:\nwheel:x:10:\n");

@@ -21,50 +21,41 @@ using SensorList = HWSensorReader::SensorList;
 
 constexpr const char* kIntel = "Intel(R) Core(TM) i9-9980HK CPU @ 2.40GHz";
 
-// Value bytes of a temperature (sp78) and of a fan speed or other float ("flt ", little-endian).
-std::string sp78(double celsius) {
+// SMC keys as a profile lists them: [key, type, value bytes in hex].
+using Keys = std::vector<nlohmann::json>;
+
+nlohmann::json temperature(const std::string& key, double celsius) {
   char hex[8];
   std::snprintf(hex, sizeof hex, "%04x", static_cast<unsigned>(static_cast<int>(celsius * 256)) & 0xFFFFu);
-  return hex;
+  return {key, "sp78", hex};
 }
-std::string flt(float value) {
+
+// A float key's bytes, little-endian as the SMC hands them over.
+nlohmann::json flt(const std::string& key, float value) {
   unsigned char bytes[4];
   std::memcpy(bytes, &value, sizeof bytes);
   char hex[9];
   std::snprintf(hex, sizeof hex, "%02x%02x%02x%02x", bytes[0], bytes[1], bytes[2], bytes[3]);
-  return hex;
+  return {key, "flt ", hex};
 }
 
-struct Key {
-  std::string key, type, hex;
-};
-
-Key temperature(std::string key, double celsius) { return {std::move(key), "sp78", sp78(celsius)}; }
-
-std::vector<Key> fans(std::vector<float> speeds) {
+Keys fans(std::vector<float> speeds) {
   char count[3];
   std::snprintf(count, sizeof count, "%02zx", speeds.size());
-  std::vector<Key> keys = {{"FNum", "ui8 ", count}};
+  Keys keys = {{"FNum", "ui8 ", count}};
   for (std::size_t i = 0; i < speeds.size(); ++i) {
     const std::string fan = "F" + std::to_string(i);
-    keys.push_back({fan + "Ac", "flt ", flt(speeds[i])});
-    keys.push_back({fan + "Mn", "flt ", flt(1000.0f + 100.0f * static_cast<float>(i))});
-    keys.push_back({fan + "Mx", "flt ", flt(5000.0f + 500.0f * static_cast<float>(i))});
+    keys.push_back(flt(fan + "Ac", speeds[i]));
+    keys.push_back(flt(fan + "Mn", 1000.0f + 100.0f * static_cast<float>(i)));
+    keys.push_back(flt(fan + "Mx", 5000.0f + 500.0f * static_cast<float>(i)));
   }
   return keys;
 }
 
-std::string machine(const std::string& brand, const std::vector<Key>& keys, const std::string& hid = "",
-                    const std::string& ioreg = "") {
-  std::string json = R"({"name": "Reader", "sysctl": {"machdep.cpu.brand_string": ")" + brand + R"("}, "smc": [)";
-  for (std::size_t i = 0; i < keys.size(); ++i) {
-    json += (i ? ", " : "") + std::string(R"([")") + keys[i].key + R"(", ")" + keys[i].type + R"(", ")" + keys[i].hex +
-            R"("])";
-  }
-  json += "]";
-  if (!hid.empty()) json += R"(, "hid": )" + hid;
-  if (!ioreg.empty()) json += R"(, "ioreg": )" + ioreg;
-  return json + "}";
+std::string machine(const std::string& brand, const Keys& keys, const std::string& hid = "") {
+  nlohmann::json profile = {{"name", "Reader"}, {"sysctl", {{"machdep.cpu.brand_string", brand}}}, {"smc", keys}};
+  if (!hid.empty()) profile["hid"] = nlohmann::json::parse(hid);
+  return profile.dump();
 }
 
 // Records what the reader delivers and on which queue.
@@ -111,10 +102,11 @@ class SensorReaderTest : public ::testing::Test {
 };
 
 TEST_F(SensorReaderTest, ListIsNamedComputedAndSortedByGroupWithUnknownLast) {
-  std::vector<Key> keys = fans({1200, 1800});
+  Keys keys = fans({1200, 1800});
   // Core numbers are dense over the cores that read something: TC1C reads 0, so TC2C is core 2.
-  for (Key key : {temperature("TZZZ", 40), temperature("TC2C", 60), temperature("TC0P", 47.5), temperature("TC0C", 50),
-                  temperature("TC1C", 0), temperature("TG0P", 55), Key{"VP0R", "sp4b", "6000"}, temperature("TQQQ", 0)}) {
+  for (const auto& key : {temperature("TZZZ", 40), temperature("TC2C", 60), temperature("TC0P", 47.5),
+                          temperature("TC0C", 50), temperature("TC1C", 0), temperature("TG0P", 55),
+                          nlohmann::json{"VP0R", "sp4b", "6000"}, temperature("TQQQ", 0)}) {
     keys.push_back(key);
   }
   install(machine(kIntel, keys));

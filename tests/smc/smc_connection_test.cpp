@@ -87,7 +87,7 @@ TEST_F(SmcConnectionTest, CacheStopsAtOneHundredKeysWithoutEvicting) {
   EXPECT_EQ(driver().counts().keyInfo, 0u);
 }
 
-TEST_F(SmcConnectionTest, RejectedKeysAndFailingReads) {
+TEST_F(SmcConnectionTest, RejectedKeysFailingReadsAndNoSmc) {
   install(machineJson(1));
   SMCValue value;
   // The SMC's result byte is not examined: a rejected key reads as success with zero bytes.
@@ -99,6 +99,11 @@ TEST_F(SmcConnectionTest, RejectedKeysAndFailingReads) {
   // Hidden keys are readable by name.
   ASSERT_EQ(SMCReadKey("MSSN", &value), 0);
   EXPECT_FLOAT_EQ(SMCConvertValueToNumber(value), -128.0f);
+  // A Mac without an SMC cannot be opened at all.
+  platform::install(platform::simulated(nullptr, {dir_.path(), false, ""}));
+  ::testing::internal::CaptureStdout();
+  EXPECT_EQ(SMCOpen(), 1);
+  EXPECT_EQ(::testing::internal::GetCapturedStdout(), "Error: no SMC found\n");
 }
 
 TEST_F(SmcConnectionTest, IndexEnumerationStopsAtTheKeyCount) {
@@ -138,13 +143,6 @@ TEST_F(SmcConnectionTest, WriteOfTheWrongSizeSendsNoWriteCommand) {
   EXPECT_FLOAT_EQ(SMCConvertValueToNumber(read), 2000.0f);
   std::memcpy(value.key, "F9Tg", 5);  // an unknown key fails with the driver's status
   EXPECT_NE(SMCWriteKey(value), 0);
-}
-
-TEST_F(SmcConnectionTest, NoSmcMakesOpenFail) {
-  platform::install(platform::simulated(nullptr, {dir_.path(), false, ""}));
-  ::testing::internal::CaptureStdout();
-  EXPECT_EQ(SMCOpen(), 1);
-  EXPECT_EQ(::testing::internal::GetCapturedStdout(), "Error: no SMC found\n");
 }
 
 }  // namespace

@@ -66,10 +66,6 @@ TEST(ErrorsTest, CodesDescribeThemselvesWithTheirMessage) {
     EXPECT_TRUE(error.domain == errors::HWErrorDomain && error.code == code) << code;
     EXPECT_EQ(error.message, *localizedStringForKey(key, "en")) << code;
   }
-  EXPECT_EQ(errors::kitError(1, "launch failed").domain, "com.HWKit");
-  EXPECT_EQ(errors::errorWithCode(7, std::string("x")).message, "x");
-  const HWError message = errors::errorWithMessage("bad value");
-  EXPECT_TRUE(message.domain == errors::HWErrorDomain && message.code == 0 && message.message == "bad value");
 }
 
 }  // namespace
