@@ -80,16 +80,6 @@ TEST(DumpImport, ErrorsNameTheFileAndLine) {
   }
 }
 
-TEST(DumpImport, TruncatedListingsNeverCrash) {
-  const std::string_view text = kBracketed;
-  for (std::size_t cut = 0; cut < text.size(); ++cut) {
-    std::string error;
-    if (importDump(text.substr(0, cut), "cut.txt", {}, &error) == nullptr) {
-      EXPECT_THAT(error, HasSubstr("dump 'cut.txt': ")) << cut;
-    }
-  }
-}
-
 // The checked-in profiles are what the importer makes of the recorded listings today.
 struct BuiltinSource {
   const char* profile;
