@@ -2,7 +2,6 @@
 // a scripted load on the virtual clock within their range, and fans that ramp to their targets.
 #include "corvane/platform/sim_dynamics.h"
 
-#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <cstring>

@@ -1,5 +1,4 @@
 // Settings and their announcements between real processes, over a private D-Bus session bus.
-#include <algorithm>
 #include <csignal>
 
 #include <gtest/gtest.h>

@@ -1,6 +1,4 @@
-#include <cctype>
 #include <cstring>
-#include <ostream>
 #include <string>
 #include <vector>
 
