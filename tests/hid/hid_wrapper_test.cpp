@@ -7,7 +7,6 @@
 
 #include "corvane/platform/hid_event_system.h"
 #include "corvane/platform/platform.h"
-#include "corvane/smc/smc.h"
 #include "support/test_support.h"
 
 namespace corvane {

@@ -8,7 +8,6 @@
 
 #include <gtest/gtest.h>
 
-#include "corvane/platform/platform.h"
 #include "support/test_support.h"
 
 namespace corvane::platform {

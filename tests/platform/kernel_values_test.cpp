@@ -6,7 +6,6 @@
 
 #include <gtest/gtest.h>
 
-#include "corvane/platform/platform.h"
 #include "platform/kernel_values_backends.h"
 #include "support/test_support.h"
 

@@ -8,7 +8,6 @@
 #include <gtest/gtest.h>
 
 #include "corvane/dispatch/dispatch.h"
-#include "corvane/platform/platform.h"
 #include "corvane/smc/smc.h"
 #include "corvane/sysinfo/system_device.h"
 #include "support/test_support.h"
