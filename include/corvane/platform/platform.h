@@ -108,6 +108,10 @@ struct NativeOptions {
   // For the helper tool: simulate the machine that the calling processes announced, rather than
   // announcing one. Matters only where the host has no SMC of its own.
   bool followAnnouncedMachine = false;
+  // For a program started with raised rights by someone it must not trust: the product's files
+  // are found from the real user's account entry, never from the environment, and opened only
+  // where neither a symbolic link nor a file of anyone else's is on the way.
+  bool untrustedCaller = false;
 };
 
 // True where the operating system offers a real SMC (macOS); elsewhere native() simulates one.

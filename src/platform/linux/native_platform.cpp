@@ -1,6 +1,10 @@
 // Linux: the product's files follow the XDG base directories. Linux offers no SMC of a Mac here,
 // so the SMC is a simulated one: the embedded default machine, or, for the helper tool, the
 // machine the calling processes announced.
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
@@ -8,6 +12,7 @@
 
 #include "corvane/platform/platform.h"
 #include "platform/native_files.h"
+#include "platform/posix/owned_files.h"
 #include "platform/posix/system_folders.h"
 #include "platform/sim/sim_platform.h"
 
@@ -29,6 +34,9 @@ class XdgFileLocations final : public FileLocations {
     dataHome_ = absoluteEnv("XDG_DATA_HOME").value_or(home_ / ".local" / "share");
     configHome_ = absoluteEnv("XDG_CONFIG_HOME").value_or(home_ / ".config");
   }
+  // The folders every account has by default under `home`, whatever the environment says.
+  explicit XdgFileLocations(std::filesystem::path home)
+      : home_(std::move(home)), dataHome_(home_ / ".local" / "share"), configHome_(home_ / ".config") {}
   std::filesystem::path appGroupContainer() const override { return dataHome_ / "Corvane" / "group"; }
 
   std::filesystem::path documentsDirectory() const override {
@@ -62,6 +70,14 @@ class XdgFileLocations final : public FileLocations {
   std::filesystem::path configHome_;
 };
 
+// The home folder of the account that started this process, as the account database has it; a
+// path that names no folder when the account has no entry, so that nothing is found there.
+std::filesystem::path accountHome() {
+  const passwd* entry = ::getpwuid(::getuid());
+  if (entry == nullptr || entry->pw_dir == nullptr || entry->pw_dir[0] != '/') return "/nonexistent";
+  return entry->pw_dir;
+}
+
 }  // namespace
 
 std::shared_ptr<FileLocations> nativeFileLocations() { return std::make_shared<XdgFileLocations>(); }
@@ -69,9 +85,26 @@ std::shared_ptr<FileLocations> nativeFileLocations() { return std::make_shared<X
 bool hostHasSmc() { return false; }
 
 std::shared_ptr<Platform> native(const NativeOptions& options) {
-  std::shared_ptr<FileLocations> files = nativeFileLocations();
-  std::string source = options.followAnnouncedMachine ? sim::announcedMachine(*files) : std::string();
+  std::shared_ptr<FileLocations> files;
+  std::shared_ptr<const posix::OwnedTree> owned;
+  if (options.untrustedCaller) {
+    const std::filesystem::path home = accountHome();
+    files = std::make_shared<XdgFileLocations>(home);
+    owned = std::make_shared<posix::OwnedTree>(home, ::getuid());
+  } else {
+    files = nativeFileLocations();
+  }
+  std::string source = options.followAnnouncedMachine ? sim::announcedMachine(*files, owned.get()) : std::string();
   if (source.empty()) source = std::string(kDefaultMachine);
+  if (owned && isProfileFileName(source)) {
+    // The caller names the profile file; it is read with the caller's own rights, and only when
+    // it is a plain file of a profile's size (not a device or a pipe that never ends).
+    struct stat st;
+    if (::stat(source.c_str(), &st) != 0 || !S_ISREG(st.st_mode) ||
+        static_cast<unsigned long long>(st.st_size) > posix::OwnedTree::kMaxFileSize) {
+      return sim::makePlatform(nullptr, std::move(files), {}, false, false, std::move(owned));
+    }
+  }
 
   // A machine that can no longer be loaded leaves this process without an SMC rather than
   // writing to some other machine.
@@ -79,7 +112,7 @@ std::shared_ptr<Platform> native(const NativeOptions& options) {
   std::shared_ptr<const MachineProfile> profile = resolveMachine(source, &error);
   // Nothing is recorded here: a process records its machine before it first runs the helper.
   return sim::makePlatform(std::move(profile), std::move(files), source, /*announce=*/false,
-                           /*simulated=*/false);
+                           /*simulated=*/false, std::move(owned));
 }
 
 }  // namespace corvane::platform

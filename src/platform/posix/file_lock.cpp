@@ -12,8 +12,10 @@
 
 namespace corvane::platform::posix {
 
-ExclusiveFileLock::ExclusiveFileLock(const std::filesystem::path& path) {
-  fd_ = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+ExclusiveFileLock::ExclusiveFileLock(const std::filesystem::path& path)
+    : ExclusiveFileLock(Adopt{}, ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644)) {}
+
+ExclusiveFileLock::ExclusiveFileLock(Adopt, int fd) : fd_(fd) {
   if (fd_ < 0) {
     return;
   }

@@ -13,6 +13,9 @@ namespace corvane::platform::posix {
 class ExclusiveFileLock {
  public:
   explicit ExclusiveFileLock(const std::filesystem::path& path);
+  // Locks `fd`, a file opened by the caller, and closes it with the lock.
+  struct Adopt {};
+  ExclusiveFileLock(Adopt, int fd);
   ~ExclusiveFileLock();
   ExclusiveFileLock(const ExclusiveFileLock&) = delete;
   ExclusiveFileLock& operator=(const ExclusiveFileLock&) = delete;

@@ -69,8 +69,9 @@ void announceMachine(const FileLocations& files, const std::string& source) {
   posix::replaceFileAtomically(path, source + "\n", nullptr);
 }
 
-std::string announcedMachine(const FileLocations& files) {
-  auto text = posix::readWholeFile(stateFolder(files) / "current");
+std::string announcedMachine(const FileLocations& files, const posix::OwnedTree* owned) {
+  const std::filesystem::path path = stateFolder(files) / "current";
+  auto text = owned != nullptr ? owned->read(path) : posix::readWholeFile(path);
   if (!text) return {};
   while (!text->empty() && (text->back() == '\n' || text->back() == '\r')) text->pop_back();
   return *text;
@@ -82,13 +83,14 @@ std::shared_ptr<FileLocations> rootedFileLocations(std::filesystem::path root) {
 
 std::shared_ptr<Platform> makePlatform(std::shared_ptr<const MachineProfile> profile,
                                        std::shared_ptr<FileLocations> files, const std::string& source,
-                                       bool announce, bool simulated) {
+                                       bool announce, bool simulated,
+                                       std::shared_ptr<const posix::OwnedTree> owned) {
   std::filesystem::path state;
   if (profile) {
     state = stateFile(*files, *profile, source);
     if (announce) announceMachine(*files, source);
   }
-  auto driver = std::make_shared<SimSmcDriver>(profile, state);
+  auto driver = std::make_shared<SimSmcDriver>(profile, state, std::move(owned));
   std::string machineSource = profile ? source : std::string();
   return std::make_shared<Platform>(std::move(driver), std::move(files), std::move(profile), simulated,
                                     std::move(machineSource));

@@ -7,6 +7,7 @@
 
 #include "corvane/platform/machine_profile.h"
 #include "corvane/platform/platform.h"
+#include "platform/posix/owned_files.h"
 
 namespace corvane::platform::sim {
 
@@ -20,8 +21,9 @@ std::filesystem::path stateFile(const FileLocations& files, const MachineProfile
 // record the helper writes to the default machine.
 void announceMachine(const FileLocations& files, const std::string& source);
 
-// The machine another process announced, or empty when none was.
-std::string announcedMachine(const FileLocations& files);
+// The machine another process announced, or empty when none was; with `owned`, read only as
+// that tree allows.
+std::string announcedMachine(const FileLocations& files, const posix::OwnedTree* owned = nullptr);
 
 // The product's files under `root`, for tests and simulations that must not touch the user's.
 std::shared_ptr<FileLocations> rootedFileLocations(std::filesystem::path root);
@@ -29,9 +31,10 @@ std::shared_ptr<FileLocations> rootedFileLocations(std::filesystem::path root);
 // A platform whose SMC simulates `profile` (null: a Mac without an SMC), with writes shared
 // through the machine's state file among `files`. `announce`: record `source` at once for the
 // helper tool (else only Platform::announceMachine does). `simulated` false: the other services
-// come from the host.
+// come from the host. `owned`: the state file is reached only as that tree allows.
 std::shared_ptr<Platform> makePlatform(std::shared_ptr<const MachineProfile> profile,
                                        std::shared_ptr<FileLocations> files, const std::string& source,
-                                       bool announce, bool simulated);
+                                       bool announce, bool simulated,
+                                       std::shared_ptr<const posix::OwnedTree> owned = nullptr);
 
 }  // namespace corvane::platform::sim

@@ -24,8 +24,8 @@ bool isSharedKey(uint32_t key) { return (key >> 24) == 'F'; }
 
 // The fan keys recorded in a state file; an unreadable or malformed file holds none, so a damaged
 // file never stops the machine from answering with its recorded values.
-nlohmann::json readState(const std::filesystem::path& path) {
-  auto text = posix::readWholeFile(path);
+nlohmann::json readState(const std::filesystem::path& path, const posix::OwnedTree* owned) {
+  auto text = owned != nullptr ? owned->read(path) : posix::readWholeFile(path);
   if (!text) return nlohmann::json::object();
   nlohmann::json state = nlohmann::json::parse(*text, nullptr, false);
   if (!state.is_object() || !state.contains("keys") || !state["keys"].is_object()) {
@@ -36,8 +36,9 @@ nlohmann::json readState(const std::filesystem::path& path) {
 
 }  // namespace
 
-SimSmcDriver::SimSmcDriver(std::shared_ptr<const MachineProfile> profile, std::filesystem::path stateFile)
-    : profile_(std::move(profile)), stateFile_(std::move(stateFile)) {
+SimSmcDriver::SimSmcDriver(std::shared_ptr<const MachineProfile> profile, std::filesystem::path stateFile,
+                           std::shared_ptr<const posix::OwnedTree> owned)
+    : profile_(std::move(profile)), stateFile_(std::move(stateFile)), owned_(std::move(owned)) {
   if (!profile_) return;
   for (std::size_t i = 0; i < profile_->smc.size(); ++i) {
     const SmcEntry& entry = profile_->smc[i];
@@ -228,13 +229,13 @@ kern_return_t SimSmcDriver::keyFromIndex(const SMCKeyData& input, SMCKeyData& ou
 
 void SimSmcDriver::refreshSharedState() {
   if (stateFile_.empty()) return;
-  const posix::FileStamp stamp = posix::stampOf(stateFile_);
+  const posix::FileStamp stamp = owned_ ? owned_->stamp(stateFile_) : posix::stampOf(stateFile_);
   if (stamp == stateStamp_) return;
   stateStamp_ = stamp;
   for (auto it = written_.begin(); it != written_.end();) {
     it = isSharedKey(it->first) ? written_.erase(it) : std::next(it);
   }
-  const nlohmann::json keys = readState(stateFile_);
+  const nlohmann::json keys = readState(stateFile_, owned_.get());
   for (const auto& [name, value] : keys.items()) {
     const SmcEntry* entry = name.size() == 4 ? find(packFourCc(name)) : nullptr;
     if (entry == nullptr || !value.is_string()) continue;
@@ -248,15 +249,24 @@ void SimSmcDriver::refreshSharedState() {
 }
 
 bool SimSmcDriver::persist(uint32_t key, const std::array<uint8_t, 32>& bytes, uint32_t size) {
-  std::error_code ec;
-  std::filesystem::create_directories(stateFile_.parent_path(), ec);
-  posix::ExclusiveFileLock fileLock(stateFile_.string() + ".lock");
-  if (!fileLock.locked()) return false;
+  std::unique_ptr<posix::ExclusiveFileLock> fileLock;
+  const std::filesystem::path lockFile = stateFile_.string() + ".lock";
+  if (owned_) {
+    fileLock = owned_->lock(lockFile);  // the tree makes the folders itself
+  } else {
+    std::error_code ec;
+    std::filesystem::create_directories(stateFile_.parent_path(), ec);
+    fileLock = std::make_unique<posix::ExclusiveFileLock>(lockFile);
+  }
+  if (!fileLock || !fileLock->locked()) return false;
   // Merge with what other processes wrote since this one last looked.
-  nlohmann::json keys = readState(stateFile_);
+  nlohmann::json keys = readState(stateFile_, owned_.get());
   keys[unpackFourCc(key)] = hexFromBytes(bytes.data(), std::min<std::size_t>(size, bytes.size()));
   nlohmann::json state = {{"machine", profile_->name}, {"keys", keys}};
-  if (!posix::replaceFileAtomically(stateFile_, state.dump(1) + "\n", nullptr)) return false;
+  const std::string text = state.dump(1) + "\n";
+  const bool replaced =
+      owned_ ? owned_->replace(stateFile_, text) : posix::replaceFileAtomically(stateFile_, text, nullptr);
+  if (!replaced) return false;
   stateStamp_ = {};  // force a reload of the merged content
   refreshSharedState();
   return true;

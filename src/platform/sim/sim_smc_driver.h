@@ -14,6 +14,7 @@
 #include "corvane/platform/machine_profile.h"
 #include "corvane/platform/smc_driver.h"
 #include "platform/posix/file_lock.h"
+#include "platform/posix/owned_files.h"
 
 namespace corvane::platform {
 
@@ -46,7 +47,9 @@ class SimSmcDriver final : public SmcDriver {
   };
 
   // `profile` null simulates a Mac without an SMC. An empty `stateFile` keeps writes in memory.
-  SimSmcDriver(std::shared_ptr<const MachineProfile> profile, std::filesystem::path stateFile);
+  // With `owned`, the state file is reached only as that tree allows (the helper tool's case).
+  SimSmcDriver(std::shared_ptr<const MachineProfile> profile, std::filesystem::path stateFile,
+               std::shared_ptr<const posix::OwnedTree> owned = nullptr);
 
   OpenResult open() override;
   kern_return_t close() override;
@@ -80,6 +83,7 @@ class SimSmcDriver final : public SmcDriver {
 
   std::shared_ptr<const MachineProfile> profile_;
   std::filesystem::path stateFile_;
+  std::shared_ptr<const posix::OwnedTree> owned_;
   SmcEntry synthesizedKeyCount_;  // "#KEY" when the profile does not record it
   std::unordered_map<uint32_t, std::size_t> byKey_;
   std::vector<std::size_t> enumerated_;
