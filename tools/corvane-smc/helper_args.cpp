@@ -9,22 +9,31 @@ namespace {
 
 constexpr std::string_view kUsage = "usage: corvane-smc -k KEY -w HEX";
 
+// Text the caller gave, fit to be repeated in a message: a short piece of it, with anything but
+// printable ASCII (a terminal's escape sequences, for one) shown as '?'.
+std::string shown(std::string_view text) {
+  std::string safe;
+  for (char c : text.substr(0, 70)) safe += (c >= 0x20 && c <= 0x7E) ? c : '?';
+  if (text.size() > 70) safe += "...";
+  return safe;
+}
+
 bool parseHex(std::string_view hex, WriteRequest& request, std::string& error) {
   if (hex.empty()) {
     error = "empty value; give the new value as hexadecimal digits, two per byte";
     return false;
   }
   if (hex.size() % 2 != 0) {
-    error = "value '" + std::string(hex) + "' has an odd number of hexadecimal digits";
+    error = "value '" + shown(hex) + "' has an odd number of hexadecimal digits";
     return false;
   }
   if (hex.size() > 2 * request.bytes.size()) {
-    error = "value '" + std::string(hex) + "' is longer than 32 bytes";
+    error = "value '" + shown(hex) + "' is longer than 32 bytes";
     return false;
   }
   const auto bytes = text::bytesFromHex(hex);
   if (!bytes) {
-    error = "value '" + std::string(hex) + "' is not hexadecimal";
+    error = "value '" + shown(hex) + "' is not hexadecimal";
     return false;
   }
   std::copy(bytes->begin(), bytes->end(), request.bytes.begin());
@@ -56,7 +65,7 @@ bool parseArguments(const std::vector<std::string_view>& args, WriteRequest& req
     }
   }
   if (key.size() != 4) {
-    error = "key '" + std::string(key) + "' is not four characters";
+    error = "key '" + shown(key) + "' is not four characters";
     return false;
   }
   for (char c : key) {
