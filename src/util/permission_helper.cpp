@@ -1,5 +1,6 @@
 #include "corvane/util/permission_helper.h"
 
+#include <cstdio>
 #include <mutex>
 #include <system_error>
 
@@ -65,17 +66,49 @@ bool HWPermissionHelper::isGranted(const std::optional<platform::FileAttributes>
          attributes->groupOwnerAccountName == adminGroup && attributes->posixPermissions == kRequiredPermissions;
 }
 
-bool HWPermissionHelper::isSMCPermissionGranted() {
+std::vector<std::string> HWPermissionHelper::problemsWith(const std::optional<platform::FileAttributes>& attributes,
+                                                         const std::string& rootAccount,
+                                                         const std::string& adminGroup) {
+  if (!attributes) return {"it is not installed"};
+  std::vector<std::string> problems;
+  if (attributes->ownerAccountName != rootAccount) {
+    problems.push_back("it is owned by " + attributes->ownerAccountName + ", not " + rootAccount);
+  }
+  if (attributes->groupOwnerAccountName != adminGroup) {
+    problems.push_back("its group is " + attributes->groupOwnerAccountName + ", not " + adminGroup);
+  }
+  const unsigned mode = attributes->posixPermissions;
+  if (mode == kRequiredPermissions) return problems;
+  // The bits that matter most are named; the mode itself says the rest.
+  if ((mode & 04000) == 0) problems.push_back("it is not set-user-ID");
+  if ((mode & 02000) == 0) problems.push_back("it is not set-group-ID");
+  if ((mode & 0222) != 0) problems.push_back("it is writable");
+  char text[64];
+  std::snprintf(text, sizeof text, "its mode is %04o, not %04o", mode, kRequiredPermissions);
+  problems.push_back(text);
+  return problems;
+}
+
+std::vector<std::string> HWPermissionHelper::smcPermissionProblems() {
   const auto path = files::smcExePath();
-  return path.has_value() && grantedAt(*path);
+  if (!path) return {"there is no folder to install it in"};
+  const auto& files = platform::current().files();
+  return problemsWith(attributesOf(*path), files.rootAccountName(), files.adminGroupName());
 }
 
 std::string HWPermissionHelper::smcPermissionMessage() {
-  if (isSMCPermissionGranted()) return {};
+  const auto problems = smcPermissionProblems();
+  if (problems.empty()) return {};
   const auto& files = platform::current().files();
-  return "fan control needs the helper tool " + files::smcExePath().value_or("Corvane SMC") + " owned by " +
-         files.rootAccountName() + ":" + files.adminGroupName() +
-         " with mode 6555; run `corvane helper install` (it asks for an administrator's password)";
+  std::string message = "fan control needs the helper tool " + files::smcExePath().value_or("Corvane SMC") +
+                        " owned by " + files.rootAccountName() + ":" + files.adminGroupName() + " with mode 6555, but ";
+  for (std::size_t i = 0; i < problems.size(); ++i) message += (i == 0 ? "" : ", ") + problems[i];
+  return message + "; run `corvane helper install` (it asks for an administrator's password)";
+}
+
+bool HWPermissionHelper::isSMCPermissionGranted() {
+  const auto path = files::smcExePath();
+  return path.has_value() && grantedAt(*path);
 }
 
 void HWPermissionHelper::requestSMCPermissionWithCompletionHandler(std::function<void(bool)> completion) {

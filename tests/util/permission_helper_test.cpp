@@ -18,21 +18,33 @@ namespace fs = std::filesystem;
 using platform::FileAttributes;
 using Call = platform::sim::RecordedPrivilegedExecution::Call;
 
-TEST(IsGrantedTest, OwnerGroupAndExactMode) {
+TEST(IsGrantedTest, OwnerGroupAndExactModeAndWhatIsMissing) {
   struct GrantCase {
     const char* name;
     std::optional<FileAttributes> attributes;
     bool granted;
+    std::string problems;  // as listed, joined with "; "
   };
 
-  for (const GrantCase& c :
-       std::initializer_list<GrantCase>{{"installed", FileAttributes{"root", "admin", 06555}, true},
-                                        {"owner may write", FileAttributes{"root", "admin", 06755}, false},
-                                        {"set-user-ID only", FileAttributes{"root", "admin", 04555}, false},
-                                        {"user owner", FileAttributes{"ann", "admin", 06555}, false},
-                                        {"other group", FileAttributes{"root", "wheel", 06555}, false},
-                                        {"missing file", std::nullopt, false}}) {
+  for (const GrantCase& c : std::initializer_list<GrantCase>{
+           {"installed", FileAttributes{"root", "admin", 06555}, true, ""},
+           {"owner may write", FileAttributes{"root", "admin", 06755}, false,
+            "it is writable; its mode is 6755, not 6555"},
+           {"set-user-ID only", FileAttributes{"root", "admin", 04555}, false,
+            "it is not set-group-ID; its mode is 4555, not 6555"},
+           {"freshly copied", FileAttributes{"ann", "staff", 0755}, false,
+            "it is owned by ann, not root; its group is staff, not admin; it is not set-user-ID; it is not "
+            "set-group-ID; it is writable; its mode is 0755, not 6555"},
+           {"no execute bits", FileAttributes{"root", "admin", 06444}, false, "its mode is 6444, not 6555"},
+           {"user owner", FileAttributes{"ann", "admin", 06555}, false, "it is owned by ann, not root"},
+           {"other group", FileAttributes{"root", "wheel", 06555}, false, "its group is wheel, not admin"},
+           {"missing file", std::nullopt, false, "it is not installed"}}) {
     EXPECT_EQ(HWPermissionHelper::isGranted(c.attributes, "root", "admin"), c.granted) << c.name;
+    std::string joined;
+    for (const auto& problem : HWPermissionHelper::problemsWith(c.attributes, "root", "admin")) {
+      joined += (joined.empty() ? "" : "; ") + problem;
+    }
+    EXPECT_EQ(joined, c.problems) << c.name;
   }
 }
 
@@ -100,10 +112,17 @@ class PermissionRequestTest : public ::testing::Test {
 
 TEST_F(PermissionRequestTest, CopiesTheToolThenSetsOwnerAndMode) {
   EXPECT_FALSE(HWPermissionHelper::isSMCPermissionGranted());
+  // What a fan command says meanwhile: one line, naming the tool, what is wrong and the fix.
+  const std::string message = HWPermissionHelper::smcPermissionMessage();
+  EXPECT_EQ(message.find('\n'), std::string::npos);
+  for (const std::string& part : {tool_, std::string("it is not installed"), std::string("corvane helper install")}) {
+    EXPECT_NE(message.find(part), std::string::npos) << message;
+  }
   EXPECT_EQ(request(), true);
   EXPECT_EQ(testing::readFile(tool_), "shipped tool");
   EXPECT_EQ(privileged_->calls(), fullInstall());
   EXPECT_TRUE(HWPermissionHelper::isSMCPermissionGranted());
+  EXPECT_EQ(HWPermissionHelper::smcPermissionMessage(), "");
 }
 
 TEST_F(PermissionRequestTest, AnInstalledToolIsKeptAndOnlyAWrongModeFixed) {

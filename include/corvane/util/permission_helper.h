@@ -7,6 +7,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "corvane/platform/file_attributes.h"
 
@@ -32,9 +33,15 @@ class HWPermissionHelper {
   static bool isGranted(const std::optional<platform::FileAttributes>& attributes, const std::string& rootAccount,
                         const std::string& adminGroup);
 
-  // Why fan control cannot change a fan, in one line that names the tool's path and ends with how
-  // to fix it; empty when the tool is installed as required. What every fan command prints
-  // (after "corvane: ") when it refuses for want of the helper tool.
+  // Everything that keeps the tool at files::smcExePath() from being usable by fan control, each
+  // a short phrase ("it is owned by alice, not root"); empty when it is installed as required.
+  static std::vector<std::string> smcPermissionProblems();
+  // The same over attributes already read (nothing: no file there).
+  static std::vector<std::string> problemsWith(const std::optional<platform::FileAttributes>& attributes,
+                                               const std::string& rootAccount, const std::string& adminGroup);
+  // Why fan control cannot change a fan, in one line that names the tool's path, says what is
+  // wrong and ends with how to fix it; empty when the tool is installed as required. What every
+  // fan command prints (after "corvane: ") when it refuses for want of the helper tool.
   static std::string smcPermissionMessage();
 
   // Where attributes come from (tests feed their own); null restores reading the file system.
