@@ -56,6 +56,7 @@ void registerFanCommands(CLI::App& app, Context& context);
 // True while a daemon holds its lock (nobody can take it); the fan commands leave the policy to
 // it then. Needs the platform installed.
 bool daemonIsRunning();
+void registerHelperCommand(CLI::App& app, Context& context);
 
 // The sensor list with the default switches (named and computed sensors), as `corvane sensors`.
 int runSensorListing(Context& context);

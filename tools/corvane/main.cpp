@@ -109,6 +109,7 @@ int run(int argc, char** argv) {
   registerInfoCommand(app, context);
   registerCpuCommand(app, context);
   registerFanCommands(app, context);
+  registerHelperCommand(app, context);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
