@@ -114,7 +114,9 @@ bool HWManagedObjectContext::writeToFile(HWError* error) {
   {
     std::lock_guard guard(file->mutex());
     try {
-      SQLite::Transaction transaction(file->db());
+      // The write lock from the start: a transaction that has read before it writes cannot wait
+      // for another process's commit (SQLite refuses it at once), so the save would be lost.
+      SQLite::Transaction transaction(file->db(), SQLite::TransactionBehavior::IMMEDIATE);
       file->noticeOtherWriters();
       for (const auto& object : objects_->pending) {
         if (!object->deleted_ || object->objectID_ == 0) continue;

@@ -372,7 +372,7 @@ std::int64_t HWSensorDataStore::deleteGraphPoints(const std::vector<std::shared_
   try {
     ChecksOff checksOff(file->db());
     std::int64_t removed = 0;
-    SQLite::Transaction transaction(file->db());
+    SQLite::Transaction transaction(file->db(), SQLite::TransactionBehavior::IMMEDIATE);
     namespace ids = store_detail::point_ids;
     const int slot = ids::slotOf(static_cast<int>(range));
     for (const auto& sensor : sensors) {

@@ -6,6 +6,7 @@
 #include <ctime>
 #include <limits>
 #include <string>
+#include <thread>
 
 #include "platform/log.h"
 #include "store/store_access.h"
@@ -14,6 +15,7 @@ namespace corvane::store_detail {
 namespace {
 
 constexpr int kBusyTimeoutMs = 5000;
+constexpr int kBusyTries = 200;  // ten milliseconds apart
 constexpr int kIncrementalVacuum = 2;  // PRAGMA auto_vacuum's value for INCREMENTAL
 
 // The file is not ours or not sound: set it aside and build a fresh one.
@@ -22,6 +24,12 @@ struct NotOurStore {
 };
 
 bool isDamage(int code) { return code == SQLITE_NOTADB || code == SQLITE_CORRUPT; }
+
+// SQLite answers some steps of opening (the switch to the WAL journal while another process has
+// the new file open, a snapshot gone stale) "busy" at once, without its busy handler.
+bool isBusy(int code) { return (code & 0xff) == SQLITE_BUSY || (code & 0xff) == SQLITE_LOCKED; }
+
+struct StillBusy {};
 
 std::string timestampSuffix() {
   const std::time_t seconds = std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
@@ -106,8 +114,21 @@ const std::map<std::string, std::vector<std::string>>& expectedColumns() {
 StoreFile::StoreFile(const std::filesystem::path& file) {
   std::error_code ec;
   std::filesystem::create_directories(file.parent_path(), ec);
-  for (int attempt = 0; attempt < 2; ++attempt) {
-    if (openOnce(file)) return;
+  int busyTries = 0;
+  for (int attempt = 0; attempt < 2;) {
+    try {
+      if (openOnce(file)) return;
+      ++attempt;
+    } catch (const StillBusy&) {
+      // Another process is opening or building the same file (a reader and the daemon after the
+      // file was deleted, say): wait for it rather than giving up on the store.
+      if (++busyTries >= kBusyTries) {
+        platform::log("Store " + file.string() + " cannot be opened: another process keeps it busy");
+        db_.reset();
+        return;
+      }
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
   }
   db_.reset();
 }
@@ -152,7 +173,7 @@ bool StoreFile::openOnce(const std::filesystem::path& file) {
           }
         } catch (const SQLite::Exception& e) {
           // Tables of ours where the version says there are none (or not in this shape).
-          if (isDamage(e.getErrorCode())) throw;
+          if (isDamage(e.getErrorCode()) || isBusy(e.getExtendedErrorCode())) throw;
           throw NotOurStore{e.what()};
         }
         db_->exec("PRAGMA user_version = " + std::to_string(current));
@@ -187,6 +208,11 @@ bool StoreFile::openOnce(const std::filesystem::path& file) {
     if (isDamage(e.getErrorCode())) {
       setAside(file);
       return false;
+    }
+    if (isBusy(e.getExtendedErrorCode())) {
+      statements_.clear();
+      db_.reset();
+      throw StillBusy{};
     }
     platform::log("Store " + file.string() + " cannot be opened: " + e.what());
     db_.reset();
