@@ -221,9 +221,8 @@ void HWSensorMonitor::removeOutOfDateGraphPoints() {
   std::int64_t removed = 0;
   // Each range keeps what its graph's time axis still shows: from its first label on.
   for (const auto range : {HWTimeRange::kHour, HWTimeRange::kDay, HWTimeRange::kWeek}) {
-    const auto axis = HWUtils::xAxisWithCurrentDate(now, static_cast<unsigned long>(range));
-    if (axis.empty()) continue;
-    const std::int64_t gone = store->deleteGraphPoints(sensors, range, axis.front().time);
+    const double cutoff = HWUtils::xAxisStartWithCurrentDate(now, static_cast<unsigned long>(range));
+    const std::int64_t gone = store->deleteGraphPoints(sensors, range, cutoff);
     if (gone > 0) removed += gone;
   }
   if (removed == 0) return;

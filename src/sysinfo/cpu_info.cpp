@@ -23,8 +23,9 @@ bool contains(const std::string& text, const char* part) {
 
 std::string cleanedBrand(const std::string& rawBrand) {
   // The marks and filler words Intel puts around the model number carry nothing for display.
-  auto brand = strings::removedRegexMatchesWithPattern(rawBrand, R"(\(TM\)|\(R\)|CPU|@)", "");
-  brand = strings::trimWhitespace(strings::condenseWhitespace(brand));
+  // Fixed words, so no expression engine: the daemon reads the brand too and loads none.
+  auto brand = strings::removedOccurrencesIgnoringCase(rawBrand, {"(TM)", "(R)", "CPU", "@"});
+  brand = strings::trimWhitespace(brand);
   return brand.empty() ? "Unknown" : brand;
 }
 

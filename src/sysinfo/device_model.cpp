@@ -282,8 +282,9 @@ HWDeviceModelInfo modelInfoFor(const std::string& modelId, const std::optional<H
     info = std::move(entry->second);
   } else {
     if (profile && profile->machineName && profile->chipType) {
-      info.name = *profile->machineName + " (" +
-                  strings::removedRegexMatchesWithPattern(*profile->chipType, "Apple ", "") + ")";
+      // A fixed word, so no expression engine: the daemon's fan control asks for the model too.
+      info.name = *profile->machineName + " (" + strings::removedOccurrencesIgnoringCase(*profile->chipType, {"Apple "}) +
+                  ")";
       info.year = currentYear;
     }
     info.family = familyFromModelId(modelId);

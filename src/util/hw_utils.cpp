@@ -135,6 +135,11 @@ std::vector<HWAxisLabel> HWUtils::xAxisWithCurrentDate(dates::Date date, unsigne
   return labels;
 }
 
+double HWUtils::xAxisStartWithCurrentDate(dates::Date date, unsigned long timeRange) {
+  const AxisRow row = axisRow(timeRange);
+  return std::chrono::duration<double>(date.time_since_epoch()).count() - row.count * row.step;
+}
+
 long HWUtils::appBuildNumberAtPath(const std::string& appPath) {
   if (appPath.empty()) return 0;
   const auto contents = platform::posix::readWholeFile(std::filesystem::path(appPath) / "Contents" / "Info.plist");

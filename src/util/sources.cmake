@@ -16,5 +16,16 @@ foreach(dep CORVANE_ICU CORVANE_PLIST CORVANE_NETTLE)
   if(${dep}_LIBRARY_DIRS)
     target_link_directories(corvane_core PUBLIC $<BUILD_INTERFACE:${${dep}_LIBRARY_DIRS}>)
   endif()
-  target_link_libraries(corvane_core PRIVATE ${${dep}_LIBRARIES})
+  if(NOT dep STREQUAL "CORVANE_ICU")
+    target_link_libraries(corvane_core PRIVATE ${${dep}_LIBRARIES})
+  endif()
+endforeach()
+# ICU is linked into every program but one that sets CORVANE_WITHOUT_ICU (the daemon). Linked
+# with --gc-sections, such a program keeps none of the library's ICU code and so never maps ICU,
+# several megabytes resident; should a call into ICU ever become reachable from it, its link fails
+# with ICU's symbols undefined rather than quietly loading it again.
+foreach(lib ${CORVANE_ICU_LIBRARIES})
+  target_link_libraries(corvane_core INTERFACE
+    $<BUILD_INTERFACE:$<$<NOT:$<BOOL:$<TARGET_PROPERTY:CORVANE_WITHOUT_ICU>>>:${lib}>>
+    $<INSTALL_INTERFACE:${lib}>)
 endforeach()

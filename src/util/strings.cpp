@@ -9,7 +9,6 @@
 #include <unicode/locid.h>
 #include <unicode/numberformatter.h>
 #include <unicode/regex.h>
-#include <unicode/uchar.h>
 
 #include "util/icu_text.h"
 #include "util/resources.h"
@@ -65,8 +64,60 @@ class Match {
   std::unique_ptr<icu::RegexMatcher> matcher_;
 };
 
-// Spaces, tabs and line breaks, as the platform's white-space-and-newline set.
-bool isWhitespaceOrNewline(UChar32 c) { return u_isUWhiteSpace(c) || u_charType(c) == U_SPACE_SEPARATOR; }
+// Spaces, tabs and line breaks, as the platform's white-space-and-newline set: Unicode's
+// White_Space code points (every space separator is one). A table rather than ICU's property
+// lookup: trimming runs in the daemon, which loads no ICU at all.
+bool isWhitespaceOrNewline(char32_t c) {
+  if (c <= 0x20) return c == 0x20 || (c >= 0x09 && c <= 0x0D);
+  if (c < 0x85) return false;
+  if (c == 0x85 || c == 0xA0 || c == 0x1680 || (c >= 0x2000 && c <= 0x200A)) return true;
+  return c == 0x2028 || c == 0x2029 || c == 0x202F || c == 0x205F || c == 0x3000;
+}
+
+// The code point of the well-formed UTF-8 sequence of `length` bytes at `bytes`, or nullopt.
+std::optional<char32_t> decodeUtf8(const unsigned char* bytes, std::size_t length) {
+  static constexpr char32_t kLeadMask[] = {0, 0x7F, 0x1F, 0x0F, 0x07};
+  static constexpr char32_t kSmallest[] = {0, 0, 0x80, 0x800, 0x10000};
+  if (length == 0 || length > 4) return std::nullopt;
+  if (length == 1) return bytes[0] < 0x80 ? std::optional<char32_t>(bytes[0]) : std::nullopt;
+  // A lead byte of n bytes is n ones, then a zero.
+  if (static_cast<unsigned>(bytes[0] >> (7 - length)) != ((1u << length) - 1) << 1) return std::nullopt;
+  char32_t c = bytes[0] & kLeadMask[length];
+  for (std::size_t i = 1; i < length; ++i) {
+    if ((bytes[i] & 0xC0) != 0x80) return std::nullopt;
+    c = (c << 6) | (bytes[i] & 0x3F);
+  }
+  if (c < kSmallest[length] || c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF)) return std::nullopt;
+  return c;
+}
+
+// Length of the white space at the start of `text` (trailingWhitespace: at its end), in whole
+// code points. A byte of no well-formed sequence is not white space, so trimming stops there.
+std::size_t leadingWhitespace(std::string_view text) {
+  std::size_t at = 0;
+  while (at < text.size()) {
+    const auto lead = static_cast<unsigned char>(text[at]);
+    const std::size_t length = lead < 0x80 ? 1 : lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : 2;
+    if (at + length > text.size()) break;
+    const auto c = decodeUtf8(reinterpret_cast<const unsigned char*>(text.data()) + at, length);
+    if (!c || !isWhitespaceOrNewline(*c)) break;
+    at += length;
+  }
+  return at;
+}
+
+std::size_t trailingWhitespace(std::string_view text) {
+  std::size_t end = text.size();
+  while (end > 0) {
+    // The last sequence starts at the last byte that is not a continuation byte.
+    std::size_t start = end - 1;
+    while (start > 0 && end - start < 4 && (static_cast<unsigned char>(text[start]) & 0xC0) == 0x80) --start;
+    const auto c = decodeUtf8(reinterpret_cast<const unsigned char*>(text.data()) + start, end - start);
+    if (!c || !isWhitespaceOrNewline(*c)) break;
+    end = start;
+  }
+  return text.size() - end;
+}
 
 const icu::number::LocalizedNumberFormatter& twoDigitFormatter() {
   static const icu::number::LocalizedNumberFormatter formatter =
@@ -113,24 +164,9 @@ std::string currentLanguage() { return language().get(); }
 }  // namespace
 
 std::string trimWhitespace(std::string_view text) {
-  icu::UnicodeString unicode = toUnicode(text);
-  int32_t start = 0;
-  int32_t end = unicode.length();
-  while (start < end && isWhitespaceOrNewline(unicode.char32At(start))) start = unicode.moveIndex32(start, 1);
-  while (end > start) {
-    int32_t previous = unicode.moveIndex32(end, -1);
-    if (!isWhitespaceOrNewline(unicode.char32At(previous))) break;
-    end = previous;
-  }
-  std::string trimmed = toUtf8(unicode.tempSubStringBetween(start, end));
-  // Collapse runs of blanks in one pass: the result equals replacing "  " by " " until none is left.
-  std::string out;
-  out.reserve(trimmed.size());
-  for (char c : trimmed) {
-    if (c == ' ' && !out.empty() && out.back() == ' ') continue;
-    out.push_back(c);
-  }
-  return out;
+  text.remove_prefix(leadingWhitespace(text));
+  text.remove_suffix(trailingWhitespace(text));
+  return condenseWhitespace(text);
 }
 
 bool isBlank(std::string_view text) { return trimWhitespace(text).empty(); }
@@ -168,7 +204,44 @@ std::string removedRegexMatchesWithPattern(std::string_view text, std::string_vi
   return match.replaceAll(replaceWith).value_or(std::string(text));
 }
 
-std::string condenseWhitespace(std::string_view text) { return removedRegexMatchesWithPattern(text, "  +", " "); }
+std::string condenseWhitespace(std::string_view text) {
+  // One pass, no expression engine: the result equals replacing "  " by " " until none is left.
+  std::string out;
+  out.reserve(text.size());
+  for (char c : text) {
+    if (c == ' ' && !out.empty() && out.back() == ' ') continue;
+    out.push_back(c);
+  }
+  return out;
+}
+
+std::string removedOccurrencesIgnoringCase(std::string_view text, std::initializer_list<std::string_view> parts) {
+  const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; };
+  const auto startsHere = [&](std::size_t at, std::string_view part) {
+    if (part.empty() || part.size() > text.size() - at) return false;
+    for (std::size_t i = 0; i < part.size(); ++i) {
+      if (lower(text[at + i]) != lower(part[i])) return false;
+    }
+    return true;
+  };
+  std::string out;
+  out.reserve(text.size());
+  for (std::size_t at = 0; at < text.size();) {
+    std::size_t matched = 0;
+    for (const auto part : parts) {
+      if (startsHere(at, part)) {
+        matched = part.size();
+        break;
+      }
+    }
+    if (matched > 0) {
+      at += matched;
+    } else {
+      out.push_back(text[at++]);
+    }
+  }
+  return out;
+}
 
 std::string formattedName(std::string_view text) { return trimWhitespace(replace(text, "%@", "")); }
 

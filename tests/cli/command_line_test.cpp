@@ -1,4 +1,4 @@
-// Both programs as a user meets them: versions, help, messages for mistakes, choosing a machine,
+// The programs as a user meets them: versions, help, messages for mistakes, choosing a machine,
 // and listings that leave no files behind.
 #include <algorithm>
 #include <filesystem>
@@ -20,7 +20,7 @@ using ::testing::StartsWith;
 
 struct RunCase {
   const char* label;
-  const char* program;             // CORVANE_CLI_PATH or CORVANE_HELPER_PATH
+  const char* program;             // CORVANE_CLI_PATH, CORVANE_DAEMON_PATH or CORVANE_HELPER_PATH
   std::vector<std::string> args;   // "{file}" stands for a profile with only sysctl and smc
   int exitCode;
   std::string outStart;            // what standard output begins with ("" = anything)
@@ -82,6 +82,13 @@ INSTANTIATE_TEST_SUITE_P(
         RunCase{"NoSuchKey", CORVANE_CLI_PATH, {"smc", "read", "ZZZZ"}, 1, "", "no such key, 0xe00002f0"},
         RunCase{"DaemonHelp", CORVANE_CLI_PATH, {"daemon", "--help"}, 0, "Run as the process that reads", ""},
         RunCase{"DaemonTakesNoArguments", CORVANE_CLI_PATH, {"daemon", "now"}, 2, "", "now"},
+        // corvane daemon becomes the daemon program, which speaks as corvane; started directly, as itself.
+        RunCase{"DaemonUnknownMachine", CORVANE_CLI_PATH, {"daemon", "--machine", "MacBookPro16,3"}, 2, "",
+                "no built-in machine named 'MacBookPro16,3'"},
+        RunCase{"DaemonProgramHelp", CORVANE_DAEMON_PATH, {"--help"}, 0, "Run as the process that reads", ""},
+        RunCase{"DaemonProgramUnknownOption", CORVANE_DAEMON_PATH, {"--bogus"}, 2, "", "--bogus"},
+        RunCase{"DaemonProgramUnknownMachine", CORVANE_DAEMON_PATH, {"--machine", "MacBookPro16,3"}, 2, "",
+                "no built-in machine named 'MacBookPro16,3'"},
         RunCase{"CpuIntervalOutOfRange", CORVANE_CLI_PATH, {"cpu", "--interval", "0"}, 2, "", "--interval"},
         RunCase{"SettingsRead", CORVANE_CLI_PATH, {"settings", "list"}, 0, "", ""},
         // A value the setting cannot hold, or no such setting: refused, and nothing stored.

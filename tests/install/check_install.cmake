@@ -4,6 +4,12 @@ execute_process(COMMAND ${CMAKE_COMMAND} --install ${BUILD} --prefix ${WORK}/pre
 if(rc)
   message(FATAL_ERROR "install failed")
 endif()
+# `corvane daemon` runs the daemon program from its own folder.
+foreach(program corvane corvane-daemon corvane-smc)
+  if(NOT EXISTS ${WORK}/prefix/bin/${program})
+    message(FATAL_ERROR "${program} was not installed in bin/")
+  endif()
+endforeach()
 execute_process(COMMAND ${CMAKE_COMMAND} -S ${SOURCE} -B ${WORK}/build -G Ninja
                         -DCMAKE_PREFIX_PATH=${WORK}/prefix -DCMAKE_CXX_COMPILER=${CXX}
                 RESULT_VARIABLE rc OUTPUT_QUIET)

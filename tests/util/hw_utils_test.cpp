@@ -30,6 +30,8 @@ TEST(AxisTest, LabelsOldestFirstEndingNow) {
     const double now = std::chrono::duration<double>(noon.time_since_epoch()).count();
     const auto axis = HWUtils::xAxisWithCurrentDate(noon, c.timeRange);
     ASSERT_EQ(axis.size(), c.labels.size());
+    // Pruning cuts at the first label without formatting the axis; it must be the same instant.
+    EXPECT_EQ(HWUtils::xAxisStartWithCurrentDate(noon, c.timeRange), axis.front().time);
     for (std::size_t i = 0; i < axis.size(); ++i) {
       EXPECT_DOUBLE_EQ(axis[i].time, now - static_cast<double>(axis.size() - 1 - i) * c.step) << i;
       EXPECT_EQ(axis[i].label, c.labels[i]) << i;

@@ -1,6 +1,8 @@
 #include "corvane/util/strings.h"
 
 #include <gtest/gtest.h>
+#include <unicode/uchar.h>
+#include <unicode/unistr.h>
 
 #include "corvane/util/error.h"
 
@@ -30,6 +32,26 @@ TEST(StringsTest, TrimFormattedNameBlankCsvAndReplace) {
   EXPECT_EQ(replace("abc", "", "z"), "abc");
 }
 
+// Trimming keeps its own table of white space; ICU's properties are the reference it must match,
+// for every code point.
+TEST(StringsTest, TrimmingAgreesWithUnicodeWhiteSpaceEverywhere) {
+  for (UChar32 c = 0; c <= 0x10FFFF; ++c) {
+    if (U_IS_SURROGATE(c)) continue;
+    std::string encoded;
+    icu::UnicodeString(c).toUTF8String(encoded);
+    const bool white = u_isUWhiteSpace(c) || u_charType(c) == U_SPACE_SEPARATOR;
+    const std::string expected = white ? "x" : encoded + "x" + encoded;
+    ASSERT_EQ(trimWhitespace(encoded + "x" + encoded), expected) << "U+" << std::hex << c;
+  }
+  // Bytes of no well-formed sequence stop the trimming and stay as they are.
+  for (const auto& [input, expected] : Pairs{{" \xFF a \xFF ", "\xFF a \xFF"},
+                                             {"\xE3\x80 a", "\xE3\x80 a"},
+                                             {"a \xE3\x80", "a \xE3\x80"},
+                                             {"\xC0\xA0" "a", "\xC0\xA0" "a"}}) {  // an overlong space
+    EXPECT_EQ(trimWhitespace(input), expected) << input;
+  }
+}
+
 TEST(StringsTest, RegularExpressions) {
   struct Case {
     const char* text;
@@ -50,6 +72,18 @@ TEST(StringsTest, RegularExpressions) {
   EXPECT_EQ(trimPattern("CPU (TM) Core (R)", " ?\\([A-Z]+\\)"), "CPU Core");
   EXPECT_EQ(trimPattern("Abc", "a"), "Abc");
   EXPECT_EQ(condenseWhitespace(" lead  b     c"), " lead b c");
+}
+
+// Removing fixed words must do what the expression of their alternatives does.
+TEST(StringsTest, RemovingWordsMatchesTheExpressionOfAlternatives) {
+  for (const char* text : {"Intel(R) Core(TM) i7-9750H CPU @ 2.60GHz", "intel(r) xeon(tm) cpu", "CPUCPU(R)(R",
+                           "(TM(TM))", "Cpu (Tm) @@ cPU", "", "Apple M2 Max"}) {
+    EXPECT_EQ(removedOccurrencesIgnoringCase(text, {"(TM)", "(R)", "CPU", "@"}),
+              removedRegexMatchesWithPattern(text, R"(\(TM\)|\(R\)|CPU|@)", ""))
+        << text;
+  }
+  // The first part that matches at a place wins, as with alternatives.
+  EXPECT_EQ(removedOccurrencesIgnoringCase("abcd", {"ab", "abc"}), removedRegexMatchesWithPattern("abcd", "ab|abc", ""));
 }
 
 TEST(StringsTest, NumberFormatting) {

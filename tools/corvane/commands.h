@@ -21,6 +21,7 @@ struct Context {
   std::string machine;   // --machine NAME|FILE; empty for the host (or the embedded default)
   bool dynamics = false;  // --dynamics: a simulated machine's temperatures and fans move
   int exitCode = kExitOk;
+  std::string program = "corvane";  // what the messages of installPlatform() begin with
 
   // Installs the platform for the chosen machine, with dynamics driven by the dispatch clock and
   // the host's CPU load when asked; false (with a message on stderr) when the machine cannot be
@@ -49,6 +50,20 @@ void registerDbCommands(CLI::App& app, Context& context);
 void registerGraphCommand(CLI::App& app, Context& context);
 void registerSimulateCommand(CLI::App& app, Context& context);
 void registerDaemonCommands(CLI::App& app, Context& context);
+// What `corvane daemon --help` and the daemon program's own --help say.
+inline constexpr const char* kDaemonDescription =
+    "Run as the process that reads the sensors and writes the store: values, extremes and graph "
+    "history at the update interval, each save announced to the other processes, and the fan control "
+    "mode in force (auto boost watches the fan conditions), until Ctrl-C or SIGTERM (the last save is "
+    "committed and every fan it forced goes back to the system). One daemon at a time: another one is "
+    "refused and names the running one's pid";
+inline constexpr const char* kDaemonFooter =
+    "Exit status: 0 after Ctrl-C or SIGTERM; 1 when a daemon already runs or the store cannot be "
+    "written; 2 for a wrong invocation. A store file deleted under the daemon is noted in one line on "
+    "standard error and written afresh. Fans a killed daemon left forced are handed back when the next "
+    "one starts.";
+// The daemon's own program, installed beside corvane.
+inline constexpr const char* kDaemonProgram = "corvane-daemon";
 void registerInfoCommand(CLI::App& app, Context& context);
 void registerCpuCommand(CLI::App& app, Context& context);
 void registerFanCommands(CLI::App& app, Context& context);

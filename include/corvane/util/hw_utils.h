@@ -37,6 +37,9 @@ class HWUtils {
   // 1 (day), 2 (week) or 3 (the one-minute CPU series) sets the step and the format; any other
   // value is treated as a week of times of day.
   static std::vector<HWAxisLabel> xAxisWithCurrentDate(dates::Date date, unsigned long timeRange);
+  // The time of the first of those labels, without formatting any: what a graph of
+  // `timeRange` ending at `date` still shows starts there.
+  static double xAxisStartWithCurrentDate(dates::Date date, unsigned long timeRange);
 
   // The integer value of "CFBundleVersion" in the information property list of the application
   // bundle at `appPath` ("<appPath>/Contents/Info.plist", XML or binary); 0 when missing.

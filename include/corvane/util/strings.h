@@ -6,14 +6,15 @@
 #pragma once
 
 #include <functional>
+#include <initializer_list>
 #include <optional>
 #include <string>
 #include <string_view>
 
 namespace corvane::strings {
 
-// `text` without leading and trailing white space and newlines, with every run of spaces
-// collapsed to one.
+// `text` without leading and trailing white space and newlines (Unicode's White_Space), with
+// every run of spaces collapsed to one. Bytes that are not UTF-8 are kept as they are.
 std::string trimWhitespace(std::string_view text);
 
 // True when `text` is empty once trimmed.
@@ -33,6 +34,11 @@ std::string trimPattern(std::string_view text, std::string_view pattern);
 std::string removedRegexMatchesWithPattern(std::string_view text, std::string_view pattern,
                                            std::string_view replaceWith);
 
+// `text` with every occurrence of any of `parts` removed, ASCII letters compared without case.
+// At each place the first part that matches goes, as with a regular expression of alternatives;
+// the plain-text counterpart of removedRegexMatchesWithPattern for fixed words, which needs no
+// expression engine.
+std::string removedOccurrencesIgnoringCase(std::string_view text, std::initializer_list<std::string_view> parts);
 // Every run of two or more spaces replaced by one space.
 std::string condenseWhitespace(std::string_view text);
 
