@@ -19,6 +19,11 @@ namespace sim {
 // means a machine recorded without PCI devices (an empty list).
 std::vector<PciDevice> pciDevicesFromIoreg(const nlohmann::json& ioreg);
 
+// The battery of a recorded "ioreg" member: {"battery": {"CycleCount": 312, "MaxCapacity": 4200,
+// "AppleRawMaxCapacity": 4200, "DesignCapacity": 5000}}. A property counts as present only as a
+// whole number; a machine recorded without "battery" has none (all absent).
+SmartBattery smartBatteryFromIoreg(const nlohmann::json& ioreg);
+
 // An I/O registry answering from a recorded "ioreg" member (null or an object).
 std::shared_ptr<IORegistry> ioRegistryFromIoreg(const nlohmann::json& ioreg);
 

@@ -8,5 +8,6 @@ file(GLOB CORVANE_PLATFORM_SOURCES CONFIGURE_DEPENDS
 target_sources(corvane_core PRIVATE ${CORVANE_PLATFORM_SOURCES})
 if(APPLE)
   target_link_libraries(corvane_core PRIVATE "-framework IOKit" "-framework CoreFoundation" "-framework CoreGraphics"
-                                             "-framework CoreServices" "-framework Security")
+                                             "-framework CoreServices" "-framework Security"
+                                             "-framework DiskArbitration")
 endif()

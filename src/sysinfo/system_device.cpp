@@ -95,6 +95,24 @@ const HWOSInfo& HWSystemDevice::osInfo() {
   return osInfo_;
 }
 
+const HWMemoryInfo& HWSystemDevice::memoryInfo() {
+  std::call_once(memoryOnce_, [this] { memoryInfo_ = memory::getMemoryInfo(); });
+  return memoryInfo_;
+}
+
+std::optional<HWDiskInfo> HWSystemDevice::diskInfo() {
+  std::lock_guard guard(diskLock_);
+  if (!diskInfo_) diskInfo_ = disk::getDiskInfo();
+  return diskInfo_;
+}
+
+const HWBatteryInfo& HWSystemDevice::batteryInfo() {
+  // The processor is gathered first, outside this flag, as it decides which property is read.
+  const auto platform = cpuInfo().platform();
+  std::call_once(batteryOnce_, [this, platform] { batteryInfo_ = battery::getBatteryInfo(platform); });
+  return batteryInfo_;
+}
+
 const HWCPUInfo& HWSystemDevice::cpuInfo() {
   std::call_once(cpuOnce_, [this] { cpuInfo_ = cpu::getCPUInfo(); });
   return cpuInfo_;

@@ -30,6 +30,10 @@ TEST(InfoCommand, JsonCarriesTheDevicePropertiesOfTheSimulatedModel) {
   for (const char* key : {"name", "versionString", "build"}) EXPECT_TRUE(info["osInfo"][key].is_string()) << key;
   EXPECT_EQ(info["cpuInfo"]["platform"], 1);
   EXPECT_EQ(info["gpuInfos"], nlohmann::json::array()) << "the profile records no graphics processors";
+  // The recording has no start-up disk and no battery data: the defaults, not a failure.
+  EXPECT_TRUE(info["memoryInfo"]["physicalMemory"].is_string());
+  EXPECT_TRUE(info["diskInfo"].is_null());
+  EXPECT_EQ(info["batteryInfo"]["health"], 0);
 }
 
 TEST(InfoCommand, AppleSiliconMachineShowsItsClustersAndNoProfilerGraphics) {

@@ -1,4 +1,5 @@
-// `corvane info`: who the machine is (model, operating system, host name, boot date, uptime).
+// `corvane info`: who the machine is (model, operating system, host name, boot date, uptime,
+// memory, start-up disk and battery).
 // Each part of the description is one section, so further parts sit beside the ones here.
 #include <chrono>
 #include <cstdio>
@@ -63,6 +64,20 @@ Json osSection(HWSystemDevice& device) {
               {"build", os.build}};
 }
 
+Json diskSection(HWSystemDevice& device) {
+  const auto disk = device.diskInfo();
+  if (!disk) return Json(nullptr);
+  return Json{{"name", disk->name}, {"model", disk->model}, {"size", disk->size}, {"displayName", disk->displayName()}};
+}
+
+Json batterySection(HWSystemDevice& device) {
+  const auto& battery = device.batteryInfo();
+  return Json{{"cycleCount", battery.cycleCount},
+              {"maxCapacity", battery.maxCapacity},
+              {"designedCapacity", battery.designedCapacity},
+              {"health", battery.health()}};
+}
+
 // The keys are the device's own property names, after the machine the other listings name.
 Json description(HWSystemDevice& device) {
   const auto& boot = device.bootDate();
@@ -73,7 +88,10 @@ Json description(HWSystemDevice& device) {
               {"modelInfo", modelSection(device)},
               {"osInfo", osSection(device)},
               {"cpuInfo", cpuInfoJson(device.cpuInfo())},
-              {"gpuInfos", gpuInfosJson(device.gpuInfos())}};
+              {"gpuInfos", gpuInfosJson(device.gpuInfos())},
+              {"memoryInfo", {{"physicalMemory", device.memoryInfo().physicalMemory}}},
+              {"diskInfo", diskSection(device)},
+              {"batteryInfo", batterySection(device)}};
 }
 
 std::string textOf(const Json& value) {
@@ -103,6 +121,15 @@ void printText(const Json& info) {
   const Json& gpus = info["gpuInfos"];
   if (gpus.is_null() || gpus.empty()) line("Graphics:", gpus.is_null() ? "unknown" : "none listed");
   for (const auto& gpu : gpus) line("Graphics:", textOf(gpu["modelName"]));
+  line("Memory:", textOf(info["memoryInfo"]["physicalMemory"]));
+  const Json& disk = info["diskInfo"];
+  line("Disk:", disk.is_null() ? "unknown"
+                               : textOf(disk["displayName"]) + " (" + textOf(disk["size"]) + " bytes)");
+  const Json& battery = info["batteryInfo"];
+  line("Battery:", battery["designedCapacity"].get<std::int64_t>() == 0
+                       ? "none reported"
+                       : "health " + textOf(battery["health"]) + "% (" + textOf(battery["maxCapacity"]) + " of " +
+                             textOf(battery["designedCapacity"]) + ", " + textOf(battery["cycleCount"]) + " cycles)");
 }
 
 int info(Context& context, bool json) {
@@ -128,10 +155,11 @@ void registerInfoCommand(CLI::App& app, Context& context) {
   auto json = std::make_shared<bool>(false);
   auto* command = app.add_subcommand(
       "info", "Show who the machine is: model (identifier, name, year, family, T2 support), operating system, "
-              "host name, boot date, uptime, processor and graphics processors");
+              "host name, boot date, uptime, processor and graphics processors, memory, start-up disk and battery wear");
   command->footer("With --json: an object with \"machine\" (its name, and whether it is simulated), \"hostName\", "
-                  "\"bootDate\" (UTC), \"uptimeValue\", \"modelInfo\", \"osInfo\", \"cpuInfo\" (as corvane cpu prints it) and "
-                  "\"gpuInfos\" (null when they could not be listed).");
+                  "\"bootDate\" (UTC), \"uptimeValue\", \"modelInfo\", \"osInfo\", \"cpuInfo\" (as corvane cpu prints it), "
+                  "\"gpuInfos\" (null when they could not be listed), \"memoryInfo\", \"diskInfo\" (null when no start-up "
+                  "disk is known) and \"batteryInfo\" (zeros without a battery).");
   command->add_flag("--json", *json, "Print the description as JSON");
   command->callback([&context, json] { context.exitCode = info(context, *json); });
 }

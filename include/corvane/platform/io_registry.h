@@ -1,4 +1,4 @@
-// Facts the Mac's I/O registry holds about the hardware: for now, the PCI devices.
+// Facts the Mac's I/O registry holds about the hardware: the PCI devices and the battery.
 #pragma once
 
 #include <cstdint>
@@ -18,6 +18,16 @@ struct PciDevice {
   std::optional<std::string> model;
 };
 
+// The properties of the first "AppleSmartBattery" service that the machine description reads,
+// each nullopt when absent. A machine without a battery has no such service, so all are absent.
+struct SmartBattery {
+  std::optional<int64_t> cycleCount;           // "CycleCount"
+  std::optional<int64_t> maxCapacity;          // "MaxCapacity" (the full charge as Intel Macs report it)
+  std::optional<int64_t> appleRawMaxCapacity;  // "AppleRawMaxCapacity" (the same on Apple silicon)
+  std::optional<int64_t> designCapacity;       // "DesignCapacity"
+  bool operator==(const SmartBattery&) const = default;
+};
+
 // The I/O registry of one machine. Thread-safe; every call searches afresh.
 class IORegistry {
  public:
@@ -29,6 +39,9 @@ class IORegistry {
 
   // The PCI devices in registry order; nullopt when the search itself failed.
   virtual std::optional<std::vector<PciDevice>> pciDevices() const = 0;
+
+  // The battery's properties (on Linux, the first system battery under /sys/class/power_supply).
+  virtual SmartBattery smartBattery() const = 0;
 };
 
 }  // namespace corvane::platform

@@ -43,6 +43,7 @@ struct MachineProfile {
   std::vector<HidReading> hidVoltage;
   nlohmann::json displays;             // active displays ([{"builtIn": true, "name": ..., "id": 1}]); null if not recorded
   nlohmann::json ioreg;                // I/O registry facts ({"pci": [{"model": ...}]}); null if none
+  nlohmann::json startupDisk;          // {"mediaName": ..., "deviceModel": ..., "mediaSize": ..., "removable": false}; null if not recorded
   nlohmann::json powerSources;         // [{"Power Source State": "AC Power", "Is Charging": false}]; null if not recorded
 };
 

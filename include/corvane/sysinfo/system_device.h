@@ -9,9 +9,12 @@
 #include <string>
 #include <vector>
 
+#include "corvane/sysinfo/battery_info.h"
 #include "corvane/sysinfo/cpu_info.h"
 #include "corvane/sysinfo/device_model.h"
+#include "corvane/sysinfo/disk_info.h"
 #include "corvane/sysinfo/gpu_info.h"
+#include "corvane/sysinfo/memory_info.h"
 
 namespace corvane {
 
@@ -51,6 +54,14 @@ class HWSystemDevice {
   // when the registry search failed.
   const std::optional<std::vector<HWGPUInfo>>& gpuInfos();
 
+  // The installed memory, gathered on first access.
+  const HWMemoryInfo& memoryInfo();
+  // The start-up disk; nullopt while none could be described, and then asked again on the
+  // next access (a copy, as a later access may fill it).
+  std::optional<HWDiskInfo> diskInfo();
+  // The battery (zeros without one), gathered on first access for cpuInfo's platform.
+  const HWBatteryInfo& batteryInfo();
+
  private:
   HWSystemDevice();
 
@@ -65,6 +76,13 @@ class HWSystemDevice {
   HWCPUInfo cpuInfo_;
   std::once_flag gpuOnce_;
   std::optional<std::vector<HWGPUInfo>> gpuInfos_;
+
+  std::once_flag memoryOnce_;
+  HWMemoryInfo memoryInfo_;
+  std::mutex diskLock_;
+  std::optional<HWDiskInfo> diskInfo_;
+  std::once_flag batteryOnce_;
+  HWBatteryInfo batteryInfo_;
 };
 
 namespace device {

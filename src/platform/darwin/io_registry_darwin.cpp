@@ -65,6 +65,25 @@ class IOKitRegistry final : public IORegistry {
     }
     return devices;
   }
+
+  SmartBattery smartBattery() const override {
+    // A machine without a battery has no such service: every property then reads as absent.
+    IOObject service(IOServiceGetMatchingService(MACH_PORT_NULL, IOServiceMatching("AppleSmartBattery")));
+    const auto property = [&](CFStringRef name) -> std::optional<int64_t> {
+      if (service.get() == 0) return std::nullopt;
+      CFObject value(IORegistryEntryCreateCFProperty(service.get(), name, kCFAllocatorDefault, 0));
+      if (value.get() == nullptr || CFGetTypeID(value.get()) != CFNumberGetTypeID()) return std::nullopt;
+      int64_t number = 0;
+      if (!CFNumberGetValue(static_cast<CFNumberRef>(value.get()), kCFNumberSInt64Type, &number)) return std::nullopt;
+      return number;
+    };
+    SmartBattery battery;
+    battery.cycleCount = property(CFSTR("CycleCount"));
+    battery.maxCapacity = property(CFSTR("MaxCapacity"));
+    battery.appleRawMaxCapacity = property(CFSTR("AppleRawMaxCapacity"));
+    battery.designCapacity = property(CFSTR("DesignCapacity"));
+    return battery;
+  }
 };
 
 }  // namespace

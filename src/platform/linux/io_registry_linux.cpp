@@ -10,6 +10,7 @@
 #include <fmt/format.h>
 
 #include "platform/io_registry_backends.h"
+#include "platform/linux/power_sources_linux.h"
 #include "corvane/platform/text.h"
 
 namespace corvane::platform {
@@ -49,6 +50,10 @@ class SysfsIORegistry final : public IORegistry {
 
   std::optional<std::vector<PciDevice>> pciDevices() const override {
     return readDisplayControllers(roots_);
+  }
+
+  SmartBattery smartBattery() const override {
+    return power_supply::smartBatteryOf(power_supply::scanSupplies(roots_.sys));
   }
 
  private:

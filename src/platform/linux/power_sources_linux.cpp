@@ -21,6 +21,21 @@ class SysfsPowerSources final : public PowerSources {
 
 bool isSystemBattery(const Supply& supply) { return supply.type == "Battery" && supply.scope != "Device"; }
 
+std::optional<int64_t> wholeNumber(const std::string& text) {
+  if (text.empty() || text.size() > 18) return std::nullopt;
+  int64_t value = 0;
+  for (char c : text) {
+    if (c < '0' || c > '9') return std::nullopt;
+    value = value * 10 + (c - '0');
+  }
+  return value;
+}
+
+std::optional<int64_t> thousandths(const std::string& text) {
+  const auto value = wholeNumber(text);
+  return value ? std::optional<int64_t>(*value / 1000) : std::nullopt;
+}
+
 }  // namespace
 
 std::vector<PowerSourceDescription> powerSourcesOf(const std::vector<Supply>& supplies) {
@@ -40,6 +55,20 @@ std::vector<PowerSourceDescription> powerSourcesOf(const std::vector<Supply>& su
   return sources;
 }
 
+SmartBattery smartBatteryOf(const std::vector<Supply>& supplies) {
+  SmartBattery battery;
+  const auto found = std::find_if(supplies.begin(), supplies.end(), isSystemBattery);
+  if (found == supplies.end()) return battery;
+  battery.cycleCount = wholeNumber(found->cycleCount);
+  // Mixing a charge with an energy would make the health meaningless: use the pair that has
+  // its design value, charge first.
+  const bool byCharge = wholeNumber(found->chargeFullDesign).has_value() || !wholeNumber(found->energyFullDesign);
+  battery.maxCapacity = thousandths(byCharge ? found->chargeFull : found->energyFull);
+  battery.appleRawMaxCapacity = battery.maxCapacity;
+  battery.designCapacity = thousandths(byCharge ? found->chargeFullDesign : found->energyFullDesign);
+  return battery;
+}
+
 std::vector<Supply> scanSupplies(const std::filesystem::path& sysRoot) {
   const auto folder = sysRoot / "class" / "power_supply";
   std::vector<std::string> entries;
@@ -54,7 +83,9 @@ std::vector<Supply> scanSupplies(const std::filesystem::path& sysRoot) {
   };
   std::vector<Supply> supplies;
   for (const auto& entry : entries) {
-    supplies.push_back({value(entry, "type"), value(entry, "scope"), value(entry, "online"), value(entry, "status")});
+    supplies.push_back({value(entry, "type"), value(entry, "scope"), value(entry, "online"), value(entry, "status"),
+                        value(entry, "cycle_count"), value(entry, "charge_full"), value(entry, "charge_full_design"),
+                        value(entry, "energy_full"), value(entry, "energy_full_design")});
   }
   return supplies;
 }

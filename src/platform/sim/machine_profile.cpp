@@ -127,6 +127,10 @@ class ProfileParser {
       if (!power->is_array()) return fail("\"powerSources\" is not an array");
       profile.powerSources = text::cleanedStrings(*power);
     }
+    if (auto disk = root.find("startupDisk"); disk != root.end()) {
+      if (!disk->is_object()) return fail("\"startupDisk\" is not an object");
+      profile.startupDisk = text::cleanedStrings(*disk);
+    }
     return true;
   }
 
@@ -402,6 +406,7 @@ std::string serializeProfile(const MachineProfile& profile) {
   if (!profile.displays.is_null()) members.emplace_back("displays", nested(profile.displays));
   if (!profile.ioreg.is_null()) members.emplace_back("ioreg", nested(profile.ioreg));
   if (!profile.powerSources.is_null()) members.emplace_back("powerSources", nested(profile.powerSources));
+  if (!profile.startupDisk.is_null()) members.emplace_back("startupDisk", nested(profile.startupDisk));
   std::string out = "{\n";
   for (std::size_t i = 0; i < members.size(); ++i) {
     out += "  " + jsonQuoted(members[i].first) + ": " + members[i].second;
