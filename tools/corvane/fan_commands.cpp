@@ -73,6 +73,40 @@ bool permitted() {
   return false;
 }
 
+// What every command that changes the fan policy does first: the platform, the helper's
+// permission, the session bus (so that the daemon and every other process hear of the change)
+// and a store it may write. Empty after saying why, with the status to end with in `status`.
+std::optional<FanSession> openForChange(Context& context, int& status) {
+  if (!context.installPlatform()) {
+    status = context.exitCode;
+    return std::nullopt;
+  }
+  status = kExitFailure;
+  if (!permitted()) return std::nullopt;
+  useSessionBus();
+  auto session = FanSession::open(true);
+  if (!session.error.empty()) {
+    std::fprintf(stderr, "corvane: %s\n", session.error.c_str());
+    return std::nullopt;
+  }
+  return session;
+}
+
+// The listings: no permission needed and never a store created.
+std::optional<FanSession> openForReading(Context& context, int& status) {
+  if (!context.installPlatform()) {
+    status = context.exitCode;
+    return std::nullopt;
+  }
+  status = kExitFailure;
+  auto session = FanSession::open(false);
+  if (!session.error.empty()) {
+    std::fprintf(stderr, "corvane: %s\n", session.error.c_str());
+    return std::nullopt;
+  }
+  return session;
+}
+
 // Tells a running daemon to apply the policy again; with none, applies the fan control mode
 // once here and says what only the daemon does. Returns the line to print.
 std::string applyPolicy(const FanSession& session) {
@@ -140,16 +174,11 @@ int setMode(Context& context, const std::string& text) {
     std::fprintf(stderr, "corvane: '%s' is not a fan control mode (system, manual or auto)\n", text.c_str());
     return kExitBadInput;
   }
-  if (!context.installPlatform()) return context.exitCode;
-  if (!permitted()) return kExitFailure;
-  useSessionBus();
-  const auto session = FanSession::open(true);
-  if (!session.error.empty()) {
-    std::fprintf(stderr, "corvane: %s\n", session.error.c_str());
-    return kExitFailure;
-  }
-  session.store->setFanControlMode(*mode);
-  std::printf("Fan control mode: %s; %s\n", text.c_str(), applyPolicy(session).c_str());
+  int status = kExitFailure;
+  const auto session = openForChange(context, status);
+  if (!session) return status;
+  session->store->setFanControlMode(*mode);
+  std::printf("Fan control mode: %s; %s\n", text.c_str(), applyPolicy(*session).c_str());
   return kExitOk;
 }
 
@@ -185,13 +214,10 @@ std::optional<nlohmann::json> parseSpeeds(const std::vector<std::string>& pairs,
 }
 
 int listFanSets(Context& context) {
-  if (!context.installPlatform()) return context.exitCode;
-  const auto session = FanSession::open(false);
-  if (!session.error.empty()) {
-    std::fprintf(stderr, "corvane: %s\n", session.error.c_str());
-    return kExitFailure;
-  }
-  for (const auto& set : session.store->allFanSets()) {
+  int status = kExitFailure;
+  const auto session = openForReading(context, status);
+  if (!session) return status;
+  for (const auto& set : session->store->allFanSets()) {
     std::string speeds;
     for (const auto& [fan, rpm] : set->valueDict().items()) {
       speeds += fmt::format(" {}={:.0f}", fan, rpm.is_number() ? rpm.get<double>() : 0.0);
@@ -210,26 +236,22 @@ int createFanSet(Context& context, const std::string& name, const std::vector<st
     std::fprintf(stderr, "corvane: a fan set needs a name\n");
     return kExitBadInput;
   }
-  if (!context.installPlatform()) return context.exitCode;
-  if (!permitted()) return kExitFailure;
-  const auto session = FanSession::open(true);
-  if (!session.error.empty()) {
-    std::fprintf(stderr, "corvane: %s\n", session.error.c_str());
-    return kExitFailure;
-  }
-  const auto speeds = parseSpeeds(pairs, session.store->fanSensors());
+  int status = kExitFailure;
+  const auto session = openForChange(context, status);
+  if (!session) return status;
+  const auto speeds = parseSpeeds(pairs, session->store->fanSensors());
   if (!speeds) return kExitBadInput;
-  auto set = session.store->createFanSetWithName(name, *speeds);
+  auto set = session->store->createFanSetWithName(name, *speeds);
   // Identifiers are creation seconds: a second set made within the same second takes the next
   // free one.
   for (long long id = std::stoll(set->identifier()); true; ++id) {
-    const auto existing = session.store->getFanSetById(std::to_string(id));
+    const auto existing = session->store->getFanSetById(std::to_string(id));
     if (!existing || existing == set) {
       set->setIdentifier(std::to_string(id));
       break;
     }
   }
-  if (!session.store->save()) {
+  if (!session->store->save()) {
     std::fprintf(stderr, "corvane: the store could not save the fan set\n");
     return kExitFailure;
   }
@@ -245,40 +267,30 @@ std::shared_ptr<HWFanSetEntity> fanSetById(const FanSession& session, const std:
 }
 
 int useFanSet(Context& context, const std::string& id) {
-  if (!context.installPlatform()) return context.exitCode;
-  if (!permitted()) return kExitFailure;
-  useSessionBus();
-  const auto session = FanSession::open(true);
-  if (!session.error.empty()) {
-    std::fprintf(stderr, "corvane: %s\n", session.error.c_str());
-    return kExitFailure;
-  }
-  const auto set = fanSetById(session, id);
+  int status = kExitFailure;
+  const auto session = openForChange(context, status);
+  if (!session) return status;
+  const auto set = fanSetById(*session, id);
   if (!set) return kExitFailure;
-  session.store->setManualFanSetId(set->identifier());
-  session.store->setFanControlMode(1);
-  std::printf("Manual fan set: %s; %s\n", set->name().c_str(), applyPolicy(session).c_str());
+  session->store->setManualFanSetId(set->identifier());
+  session->store->setFanControlMode(1);
+  std::printf("Manual fan set: %s; %s\n", set->name().c_str(), applyPolicy(*session).c_str());
   return kExitOk;
 }
 
 int deleteFanSet(Context& context, const std::string& id) {
-  if (!context.installPlatform()) return context.exitCode;
-  if (!permitted()) return kExitFailure;
-  useSessionBus();
-  const auto session = FanSession::open(true);
-  if (!session.error.empty()) {
-    std::fprintf(stderr, "corvane: %s\n", session.error.c_str());
-    return kExitFailure;
-  }
-  const auto set = fanSetById(session, id);
+  int status = kExitFailure;
+  const auto session = openForChange(context, status);
+  if (!session) return status;
+  const auto set = fanSetById(*session, id);
   if (!set) return kExitFailure;
   const bool wasManual = set->isManualFanSet();
-  session.store->deleteObject(set);  // its conditions go with it
-  if (!session.store->save()) {
+  session->store->deleteObject(set);  // its conditions go with it
+  if (!session->store->save()) {
     std::fprintf(stderr, "corvane: the store could not delete the fan set\n");
     return kExitFailure;
   }
-  if (wasManual) session.store->setManualFanSetId(std::nullopt);
+  if (wasManual) session->store->setManualFanSetId(std::nullopt);
   HWNotificationUtils::postGlobalNotification(kFanControllerShouldUpdateNotification);
   flushMainQueue();
   return kExitOk;
@@ -296,14 +308,11 @@ struct ConditionOptions {
 };
 
 int listConditions(Context& context) {
-  if (!context.installPlatform()) return context.exitCode;
-  const auto session = FanSession::open(false);
-  if (!session.error.empty()) {
-    std::fprintf(stderr, "corvane: %s\n", session.error.c_str());
-    return kExitFailure;
-  }
+  int status = kExitFailure;
+  const auto session = openForReading(context, status);
+  if (!session) return status;
   static constexpr const char* kPower[] = {"any power", "charging", "on battery", "on the charger, full"};
-  for (const auto& condition : session.store->allFanConditions()) {
+  for (const auto& condition : session->store->allFanConditions()) {
     const auto set = condition->fanSet();
     const auto power = static_cast<std::size_t>(condition->batteryState());
     std::printf("%-6lld %-16s at %g on %s, %s%s\n", static_cast<long long>(condition->objectID()),
@@ -322,26 +331,21 @@ int addCondition(Context& context, const ConditionOptions& options) {
     std::fprintf(stderr, "corvane: give either --sensor KEY or --any-sensor\n");
     return kExitBadInput;
   }
-  if (!context.installPlatform()) return context.exitCode;
-  if (!permitted()) return kExitFailure;
-  useSessionBus();
-  const auto session = FanSession::open(true);
-  if (!session.error.empty()) {
-    std::fprintf(stderr, "corvane: %s\n", session.error.c_str());
-    return kExitFailure;
-  }
-  const auto set = fanSetById(session, options.fanSet);
+  int status = kExitFailure;
+  const auto session = openForChange(context, status);
+  if (!session) return status;
+  const auto set = fanSetById(*session, options.fanSet);
   if (!set) return kExitFailure;
   std::shared_ptr<HWSensorEntity> sensor;
   if (!options.anySensor) {
-    sensor = session.store->getSensorByKey(options.sensor);
+    sensor = session->store->getSensorByKey(options.sensor);
     if (!sensor) {
       std::fprintf(stderr, "corvane: there is no sensor %s (see corvane sensors)\n", options.sensor.c_str());
       return kExitFailure;
     }
   }
   auto condition = std::static_pointer_cast<HWFanConditionEntity>(
-      session.store->coreDataStack()->insertNewObjectOf(HWEntity::kFanCondition));
+      session->store->coreDataStack()->insertNewObjectOf(HWEntity::kFanCondition));
   condition->setFanSet(set);
   condition->setSensorKey(options.anySensor ? kAnySensorKey : options.sensor);
   condition->setThreshold(options.threshold);
@@ -349,7 +353,7 @@ int addCondition(Context& context, const ConditionOptions& options) {
   condition->setExternalDisplayConnected(options.externalDisplay);
   condition->setActive(true);
   condition->setCreated(dispatch::now());
-  if (!session.store->save()) {
+  if (!session->store->save()) {
     std::fprintf(stderr, "corvane: the store could not save the condition\n");
     return kExitFailure;
   }
@@ -360,18 +364,13 @@ int addCondition(Context& context, const ConditionOptions& options) {
 }
 
 int deleteCondition(Context& context, long long id) {
-  if (!context.installPlatform()) return context.exitCode;
-  if (!permitted()) return kExitFailure;
-  useSessionBus();
-  const auto session = FanSession::open(true);
-  if (!session.error.empty()) {
-    std::fprintf(stderr, "corvane: %s\n", session.error.c_str());
-    return kExitFailure;
-  }
-  for (const auto& condition : session.store->allFanConditions()) {
+  int status = kExitFailure;
+  const auto session = openForChange(context, status);
+  if (!session) return status;
+  for (const auto& condition : session->store->allFanConditions()) {
     if (condition->objectID() != id) continue;
-    session.store->deleteObject(condition);
-    if (!session.store->save()) {
+    session->store->deleteObject(condition);
+    if (!session->store->save()) {
       std::fprintf(stderr, "corvane: the store could not delete the condition\n");
       return kExitFailure;
     }
