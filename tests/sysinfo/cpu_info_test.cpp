@@ -44,32 +44,13 @@ TEST(BrandCleaning, DropsMarksAndFillerWords) {
   EXPECT_EQ(info.shortBrand(), "Intel Core i7-9750H 2.60GHz");
 }
 
-TEST(CPUInfoOfMachine, ReadsTheRecordedBrandOrUnknown) {
+// The brand as recorded, cleaned, and the chip's clusters where the registry lists its processors.
+TEST(CPUInfoOfMachine, BrandPlatformAndClusters) {
   testing::TempDir dir;
   struct Case {
     std::shared_ptr<const platform::MachineProfile> machine;
-    const char* brand;
-    std::uint64_t platform;
-  };
-  for (const auto& c : {Case{testing::builtinMachine("MacBookPro16,1"), "Intel", 1},
-                        Case{testing::builtinMachine("M2-Max"), "Apple M2 Max", 128},
-                        Case{testing::profileFromJson(R"({"name": "Laptop", "smc": [],
-                               "sysctl": {"machdep.cpu.brand_string": "Intel(R) Core(TM) i7-9750H CPU @ 2.60GHz"}})"),
-                             "Intel Core i7-9750H 2.60GHz", 1},
-                        Case{testing::profileFromJson(R"({"name": "Bare", "sysctl": {}, "smc": []})"), "Unknown", 0}}) {
-    testing::installMachine(c.machine, dir.path());
-    HWSystemDevice::reset();
-    EXPECT_EQ(cpu::getCPUBrand(), c.brand);
-    EXPECT_EQ(HWSystemDevice::device()->cpuInfo().platform(), c.platform) << c.brand;
-  }
-  HWSystemDevice::reset();
-}
-
-TEST(CPUInfoOfMachine, AppleSiliconProfilesCarryTheirChipsClusters) {
-  testing::TempDir dir;
-  struct Case {
-    std::shared_ptr<const platform::MachineProfile> machine;
-    std::uint64_t eCores, pCores;
+    std::string brand;
+    std::uint64_t platform, eCores, pCores;
     std::string cores;  // name:type of each core, in order
   };
   const auto typesOf = [](const HWCPUInfo& info) {
@@ -78,22 +59,27 @@ TEST(CPUInfoOfMachine, AppleSiliconProfilesCarryTheirChipsClusters) {
     return text;
   };
   for (const auto& c :
-       {Case{testing::builtinMachine("M2-Max"), 4, 8, "cpu0:1 cpu1:1 cpu2:1 cpu3:1 cpu4:2 cpu5:2 cpu6:2 cpu7:2 cpu8:2 "
-                                                      "cpu9:2 cpu10:2 cpu11:2 "},
-        Case{testing::builtinMachine("Mac16,10"), 6, 4, "cpu0:1 cpu1:1 cpu2:1 cpu3:1 cpu4:1 cpu5:1 cpu6:2 cpu7:2 cpu8:2 "
-                                                        "cpu9:2 "},
-        Case{testing::builtinMachine("Mac17,5"), 4, 2, "cpu0:1 cpu1:1 cpu2:1 cpu3:1 cpu4:2 cpu5:2 "},
+       {Case{testing::builtinMachine("M2-Max"), "Apple M2 Max", 128, 4, 8,
+             "cpu0:1 cpu1:1 cpu2:1 cpu3:1 cpu4:2 cpu5:2 cpu6:2 cpu7:2 cpu8:2 cpu9:2 cpu10:2 cpu11:2 "},
+        Case{testing::builtinMachine("Mac16,10"), "Apple M4", 0, 6, 4,
+             "cpu0:1 cpu1:1 cpu2:1 cpu3:1 cpu4:1 cpu5:1 cpu6:2 cpu7:2 cpu8:2 cpu9:2 "},
+        // No brand; entries lacking a name or a whole id are skipped; an unknown cluster: no kind.
         // An Intel Mac's registry has no processor nodes: no list, counts not known.
-        Case{testing::builtinMachine("MacBookPro16,1"), kUnknownCount, kUnknownCount, ""},
-        // Entries without a name or a whole id are skipped; an unknown cluster letter is no kind.
+        Case{testing::builtinMachine("MacBookPro16,1"), "Intel", 1, kUnknownCount, kUnknownCount, ""},
+        Case{testing::profileFromJson(R"({"name": "Laptop", "smc": [],
+               "sysctl": {"machdep.cpu.brand_string": "Intel(R) Core(TM) i7-9750H CPU @ 2.60GHz"}})"),
+             "Intel Core i7-9750H 2.60GHz", 1, kUnknownCount, kUnknownCount, ""},
+        // No brand; entries without a name or whole id are skipped; an unknown cluster is no kind.
         Case{testing::profileFromJson(R"({"name": "Odd", "sysctl": {}, "smc": [], "ioreg": {"cpus": [
                {"name": "cpu0", "cpu-id": 0, "cluster-type": "E"}, {"name": "cpu1", "cpu-id": -1, "cluster-type": "P"},
                {"cpu-id": 2, "cluster-type": "P"}, {"name": "cpu3", "cpu-id": 3, "cluster-type": "X"}, 5]}})"),
-             1, 0, "cpu0:1 cpu3:0 "}}) {
+             "Unknown", 0, 1, 0, "cpu0:1 cpu3:0 "}}) {
     testing::installMachine(c.machine, dir.path());
     HWSystemDevice::reset();
     const HWCPUInfo info = HWSystemDevice::device()->cpuInfo();
-    EXPECT_EQ((std::tuple{info.eCoreCount(), info.pCoreCount(), typesOf(info)}), (std::tuple{c.eCores, c.pCores, c.cores}))
+    EXPECT_EQ(cpu::getCPUBrand(), c.brand);
+    EXPECT_EQ((std::tuple{info.platform(), info.eCoreCount(), info.pCoreCount(), typesOf(info)}),
+              (std::tuple{c.platform, c.eCores, c.pCores, c.cores}))
         << c.machine->name;
   }
   HWSystemDevice::reset();
