@@ -140,21 +140,20 @@ TEST_F(PermissionRequestTest, AnInstalledToolIsKeptAndOnlyAWrongModeFixed) {
   EXPECT_EQ(attributes_[tool_], (FileAttributes{"root", "admin", 06555}));
 }
 
-TEST_F(PermissionRequestTest, RefusedConsentAnswersNo) {
+// Refused consent stops before any tool; a tool that cannot start answers no; a failed chown skips chmod.
+TEST_F(PermissionRequestTest, RefusalsAndFailuresAnswerNo) {
   privileged_->setRefuseAuthorization(true);
   EXPECT_EQ(request(), false);
-  EXPECT_EQ(privileged_->calls(), (std::vector<Call>{{"authorize", {}}}));
-  EXPECT_FALSE(HWPermissionHelper::isSMCPermissionGranted());
-}
-
-TEST_F(PermissionRequestTest, AToolThatCannotStartAnswersNoAndChownFailingSkipsChmod) {
+  std::vector<Call> expected{{"authorize", {}}};
+  EXPECT_EQ(privileged_->calls(), expected);
+  privileged_->setRefuseAuthorization(false);
   privileged_->setFailingRun(1);
   EXPECT_EQ(request(), false);
-  EXPECT_EQ(privileged_->calls(), fullInstall());
+  for (const auto& call : fullInstall()) expected.push_back(call);
+  EXPECT_EQ(privileged_->calls(), expected);
   EXPECT_FALSE(HWPermissionHelper::isSMCPermissionGranted());
   privileged_->setFailingRun(2);  // the next chown
   EXPECT_EQ(request(), false);
-  auto expected = fullInstall();
   expected.insert(expected.end(), {{"authorize", {}}, {"/usr/sbin/chown", {"root:admin", tool_}}, {"release", {}}});
   EXPECT_EQ(privileged_->calls(), expected);
 }
