@@ -6,11 +6,9 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
-#include <functional>
 #include <map>
 #include <memory>
 #include <string>
-#include <thread>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -23,6 +21,7 @@ namespace corvane {
 namespace {
 
 using namespace std::chrono_literals;
+using testing::eventually;
 using ::testing::MatchesRegex;
 
 constexpr const char* kSaved = "HWSensorDataStoreDataDidWriteNotification";
@@ -58,14 +57,6 @@ class DaemonTest : public ::testing::Test {
   long hourPoints() {
     const auto store = show();
     return store.is_object() ? store["categories"][0]["sensors"][0]["graphPoints"]["hour"].get<long>() : -1;
-  }
-  static bool eventually(const std::function<bool()>& holds, std::chrono::seconds within) {
-    const auto deadline = std::chrono::steady_clock::now() + within;
-    for (;;) {
-      if (holds()) return true;
-      if (std::chrono::steady_clock::now() >= deadline) return false;
-      std::this_thread::sleep_for(100ms);
-    }
   }
   std::filesystem::path file(const char* name) const { return home_.path() / "Corvane" / "group" / name; }
 

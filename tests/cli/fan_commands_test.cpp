@@ -8,10 +8,8 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <functional>
 #include <map>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -25,6 +23,7 @@ namespace corvane {
 namespace {
 
 using namespace std::chrono_literals;
+using testing::eventually;
 
 class FanCommandsTest : public ::testing::Test {
  protected:
@@ -54,14 +53,6 @@ class FanCommandsTest : public ::testing::Test {
   std::string writes() const { return testing::readFile(log()); }
   std::string daemonErrors() const { return testing::readFile(home_.path() / "daemon.err"); }
   std::string takenFans() const { return testing::readFile(home_.path() / "Corvane" / "group" / "fans-taken.json"); }
-  static bool eventually(const std::function<bool()>& holds) {
-    const auto deadline = std::chrono::steady_clock::now() + 20s;
-    while (!holds()) {
-      if (std::chrono::steady_clock::now() >= deadline) return false;
-      std::this_thread::sleep_for(100ms);
-    }
-    return true;
-  }
 
   testing::PrivateBus bus_;
   testing::TempDir home_;

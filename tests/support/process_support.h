@@ -20,6 +20,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <vector>
 
 #include "corvane/dispatch/dispatch.h"
@@ -178,6 +179,16 @@ inline bool runMainQueueUntil(const std::function<bool()>& done, std::chrono::mi
     *active = false;
   }
   return done();
+}
+
+// Polls `holds` until it is true or `within` has passed: a real process's work takes real time.
+inline bool eventually(const std::function<bool()>& holds, std::chrono::seconds within = std::chrono::seconds(20)) {
+  const auto deadline = std::chrono::steady_clock::now() + within;
+  while (!holds()) {
+    if (std::chrono::steady_clock::now() >= deadline) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  }
+  return true;
 }
 
 }  // namespace corvane::testing
