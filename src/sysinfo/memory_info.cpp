@@ -12,9 +12,13 @@ namespace corvane::memory {
 namespace {
 
 std::string grouped(uint64_t whole) {
-  auto digits = std::to_string(whole);
-  for (auto at = static_cast<std::ptrdiff_t>(digits.size()) - 3; at > 0; at -= 3) digits.insert(static_cast<std::size_t>(at), ",");
-  return digits;
+  const auto digits = std::to_string(whole);
+  std::string text;
+  for (std::size_t i = 0; i < digits.size(); ++i) {
+    if (i > 0 && (digits.size() - i) % 3 == 0) text += ',';
+    text += digits[i];
+  }
+  return text;
 }
 
 }  // namespace

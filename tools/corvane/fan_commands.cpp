@@ -219,7 +219,9 @@ int listFanSets(Context& context) {
   if (!session) return status;
   for (const auto& set : session->store->allFanSets()) {
     std::string speeds;
-    for (const auto& [fan, rpm] : set->valueDict().items()) {
+    // Held here: a range-for over items() of the returned value would outlive it.
+    const auto dict = set->valueDict();
+    for (const auto& [fan, rpm] : dict.items()) {
       speeds += fmt::format(" {}={:.0f}", fan, rpm.is_number() ? rpm.get<double>() : 0.0);
     }
     std::printf("%-12s %-16s%s%s\n", set->identifier().c_str(), set->name().c_str(), speeds.c_str(),

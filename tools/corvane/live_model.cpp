@@ -210,7 +210,8 @@ std::vector<PanelLine> cpuPanel(const CpuInput& input, double now, int width, in
       std::string label = std::to_string(i);
       if (kinds && i < input.cores.size()) {
         const auto type = input.cores[i].type;
-        label = (type == 1 ? "E" : type == 2 ? "P" : "") + std::to_string(input.cores[i].coreId);
+        label = type == 1 ? "E" : type == 2 ? "P" : "";
+        label += std::to_string(input.cores[i].coreId);
       }
       char share[16];
       std::snprintf(share, sizeof share, "%6s", shareText(usages[i]).c_str());
