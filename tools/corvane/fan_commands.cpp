@@ -73,33 +73,21 @@ bool permitted() {
   return false;
 }
 
-// What every command that changes the fan policy does first: the platform, the helper's
-// permission, the session bus (so that the daemon and every other process hear of the change)
-// and a store it may write. Empty after saying why, with the status to end with in `status`.
-std::optional<FanSession> openForChange(Context& context, int& status) {
+// What every fan command does first: the platform and a store. A command that changes the fan
+// policy also needs the helper's permission and the session bus (so that the daemon and every
+// other process hear of the change); a listing needs neither and never creates a store. Empty
+// after saying why, with the status to end with in `status`.
+std::optional<FanSession> openSession(Context& context, int& status, bool changing) {
   if (!context.installPlatform()) {
     status = context.exitCode;
     return std::nullopt;
   }
   status = kExitFailure;
-  if (!permitted()) return std::nullopt;
-  useSessionBus();
-  auto session = FanSession::open(true);
-  if (!session.error.empty()) {
-    std::fprintf(stderr, "corvane: %s\n", session.error.c_str());
-    return std::nullopt;
+  if (changing) {
+    if (!permitted()) return std::nullopt;
+    useSessionBus();
   }
-  return session;
-}
-
-// The listings: no permission needed and never a store created.
-std::optional<FanSession> openForReading(Context& context, int& status) {
-  if (!context.installPlatform()) {
-    status = context.exitCode;
-    return std::nullopt;
-  }
-  status = kExitFailure;
-  auto session = FanSession::open(false);
+  auto session = FanSession::open(changing);
   if (!session.error.empty()) {
     std::fprintf(stderr, "corvane: %s\n", session.error.c_str());
     return std::nullopt;
@@ -175,7 +163,7 @@ int setMode(Context& context, const std::string& text) {
     return kExitBadInput;
   }
   int status = kExitFailure;
-  const auto session = openForChange(context, status);
+  const auto session = openSession(context, status, true);
   if (!session) return status;
   session->store->setFanControlMode(*mode);
   std::printf("Fan control mode: %s; %s\n", text.c_str(), applyPolicy(*session).c_str());
@@ -215,7 +203,7 @@ std::optional<nlohmann::json> parseSpeeds(const std::vector<std::string>& pairs,
 
 int listFanSets(Context& context) {
   int status = kExitFailure;
-  const auto session = openForReading(context, status);
+  const auto session = openSession(context, status, false);
   if (!session) return status;
   for (const auto& set : session->store->allFanSets()) {
     std::string speeds;
@@ -239,7 +227,7 @@ int createFanSet(Context& context, const std::string& name, const std::vector<st
     return kExitBadInput;
   }
   int status = kExitFailure;
-  const auto session = openForChange(context, status);
+  const auto session = openSession(context, status, true);
   if (!session) return status;
   const auto speeds = parseSpeeds(pairs, session->store->fanSensors());
   if (!speeds) return kExitBadInput;
@@ -270,7 +258,7 @@ std::shared_ptr<HWFanSetEntity> fanSetById(const FanSession& session, const std:
 
 int useFanSet(Context& context, const std::string& id) {
   int status = kExitFailure;
-  const auto session = openForChange(context, status);
+  const auto session = openSession(context, status, true);
   if (!session) return status;
   const auto set = fanSetById(*session, id);
   if (!set) return kExitFailure;
@@ -282,7 +270,7 @@ int useFanSet(Context& context, const std::string& id) {
 
 int deleteFanSet(Context& context, const std::string& id) {
   int status = kExitFailure;
-  const auto session = openForChange(context, status);
+  const auto session = openSession(context, status, true);
   if (!session) return status;
   const auto set = fanSetById(*session, id);
   if (!set) return kExitFailure;
@@ -311,7 +299,7 @@ struct ConditionOptions {
 
 int listConditions(Context& context) {
   int status = kExitFailure;
-  const auto session = openForReading(context, status);
+  const auto session = openSession(context, status, false);
   if (!session) return status;
   static constexpr const char* kPower[] = {"any power", "charging", "on battery", "on the charger, full"};
   for (const auto& condition : session->store->allFanConditions()) {
@@ -334,7 +322,7 @@ int addCondition(Context& context, const ConditionOptions& options) {
     return kExitBadInput;
   }
   int status = kExitFailure;
-  const auto session = openForChange(context, status);
+  const auto session = openSession(context, status, true);
   if (!session) return status;
   const auto set = fanSetById(*session, options.fanSet);
   if (!set) return kExitFailure;
@@ -367,7 +355,7 @@ int addCondition(Context& context, const ConditionOptions& options) {
 
 int deleteCondition(Context& context, long long id) {
   int status = kExitFailure;
-  const auto session = openForChange(context, status);
+  const auto session = openSession(context, status, true);
   if (!session) return status;
   for (const auto& condition : session->store->allFanConditions()) {
     if (condition->objectID() != id) continue;

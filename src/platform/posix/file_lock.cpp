@@ -79,6 +79,10 @@ FileStamp stampOf(const std::filesystem::path& path) {
   if (::stat(path.c_str(), &st) != 0) {
     return {};
   }
+  return stampFrom(st);
+}
+
+FileStamp stampFrom(const struct stat& st) {
 #ifdef __APPLE__
   const long long ns = static_cast<long long>(st.st_mtimespec.tv_sec) * 1000000000LL + st.st_mtimespec.tv_nsec;
 #else

@@ -1,6 +1,8 @@
 // Advisory whole-file locks and atomic replacement, for files several processes share.
 #pragma once
 
+#include <sys/stat.h>
+
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -42,5 +44,7 @@ struct FileStamp {
 
 // The stamp of `path`; the default (all -1) when it does not exist.
 FileStamp stampOf(const std::filesystem::path& path);
+// The stamp of a file already looked at (fstat of an open file, fstatat under a folder).
+FileStamp stampFrom(const struct stat& st);
 
 }  // namespace corvane::platform::posix

@@ -33,15 +33,6 @@ std::optional<std::vector<std::string>> namesBelow(const std::filesystem::path& 
   return names;
 }
 
-FileStamp stampFrom(const struct stat& st) {
-#ifdef __APPLE__
-  const long long ns = static_cast<long long>(st.st_mtimespec.tv_sec) * 1000000000LL + st.st_mtimespec.tv_nsec;
-#else
-  const long long ns = static_cast<long long>(st.st_mtim.tv_sec) * 1000000000LL + st.st_mtim.tv_nsec;
-#endif
-  return {static_cast<long long>(st.st_ino), static_cast<long long>(st.st_size), ns};
-}
-
 }  // namespace
 
 OwnedTree::OwnedTree(std::filesystem::path home, uid_t owner) : home_(std::move(home)), owner_(owner) {}
