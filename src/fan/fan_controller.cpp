@@ -3,11 +3,13 @@
 #include <algorithm>
 #include <cmath>
 #include <mutex>
+#include <unordered_map>
 
 #include <fmt/format.h>
 
 #include "corvane/dispatch/dispatch.h"
 #include "corvane/monitors/power_monitor.h"
+#include "corvane/sensors/sensor_reader.h"
 #include "corvane/settings/notification_utils.h"
 #include "corvane/smc/smc.h"
 #include "corvane/sysinfo/system_device.h"
@@ -74,6 +76,31 @@ void HWFanController::setup() {
   takeFans();
   readingCounter = 0;
   (monitor_ ? monitor_ : HWSensorMonitor::shared())->addDelegate(shared_from_this());
+}
+
+void HWFanController::applyOnce() {
+  if (!HWPermissionHelper::isSMCPermissionGranted()) return;
+  takeFans();
+  const auto& store = dataManager_->sensorDataStore();
+  if (store->fanControlMode() == 2) {
+    // The stored sensors take the reading in memory only: the readings in the file stay the
+    // monitor's. The switches are the monitor's too, so a hidden sensor keeps its last value.
+    const auto reader = HWSensorReader::create();
+    reader->setShowHIDSensors(store->showHIDSensors());
+    reader->setShowComputedSensors(store->showComputedSensors());
+    reader->setShowUnknownSensors(store->showUnknownSensors());
+    reader->refreshValues();
+    std::unordered_map<std::string, std::shared_ptr<HWSensorEntity>> stored;
+    for (const auto& sensor : store->allSensors()) stored.emplace(sensor->key(), sensor);
+    for (const auto& reading : reader->getAllSensors()) {
+      const auto found = stored.find(reading->key());
+      if (found != stored.end() && reader->shouldRefresh(*reading)) found->second->setValue(reading->value());
+    }
+    // Taken as boosted, so that the rule hands the fans back when nothing holds; a condition
+    // that holds is new to this controller, which clears the flag and applies its fan set.
+    store->setDidAutoBoost(true);
+  }
+  start();
 }
 
 void HWFanController::start() {

@@ -249,6 +249,25 @@ TEST_F(FanControllerTest, ChoiceRule) {
   }
 }
 
+// Applied once with no monitor running: auto boost reads the machine afresh (the store's last
+// value does not count) and hands the fans back when nothing holds, whatever was forced before.
+TEST_F(FanControllerTest, AppliedOnceJudgesAFreshReading) {
+  struct Case { const char* what; double load, stored; std::vector<std::string> writes; };  // stored: stale TC0P
+  open("MacBookPro14,1");
+  monitor.reset();  // no reading but the one applyOnce makes
+  controller.reset();
+  store->setFanControlMode(2);
+  condition(fanSet("Boost", {{"0", 3000}}), "TC0P", std::round(store->getSensorByKey("TC0P")->value()) + 15);
+  for (const auto& c : {Case{"idle machine, hot store", 0, 99, {"F0Mn=12c0"}},
+                        Case{"hot machine, cold store", 1, 20, {"F0Mn=2ee0"}}}) {
+    load = c.load;
+    clock->advance(seconds(300));
+    store->getSensorByKey("TC0P")->setValue(c.stored);
+    HWFanController::create(manager)->applyOnce();
+    EXPECT_EQ(takeWrites(), c.writes) << c.what;
+  }
+}
+
 // Manual speeds within the fans' limits only; no manual fan set, or no permission, writes nothing.
 TEST_F(FanControllerTest, ManualSpeedsWithinLimitsAndThePermissionGate) {
   open("MacBookPro16,1");

@@ -1,7 +1,7 @@
 // `corvane fans`, `fans mode`, `fansets ...` and `conditions ...`: the fan policy from the
 // command line. Every change goes to the store and the settings and is announced, so that a
 // running daemon applies it half a second later; with no daemon, `fans mode` and `fansets use`
-// apply the mode once themselves.
+// apply the mode once themselves, auto boost over a reading made then.
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
@@ -101,12 +101,19 @@ std::string applyPolicy(const FanSession& session) {
   HWNotificationUtils::postGlobalNotification(kFanControllerShouldUpdateNotification);
   flushMainQueue();
   if (daemonIsRunning()) return "the daemon applies it";
-  const auto mode = session.store->fanControlMode();
-  if (mode == 2) return "auto boost needs the daemon (corvane daemon); the fans are as they were";
   auto controller = HWFanController::create(session.manager);
-  controller->takeFans();
-  controller->start();
-  return "applied once; auto boost needs the daemon (corvane daemon)";
+  controller->applyOnce();
+  flushMainQueue();  // a boost's announcement
+  if (session.store->fanControlMode() != 2) return "applied once; auto boost needs the daemon (corvane daemon)";
+  const auto& condition = controller->activeFanCondition();
+  const auto fanSet = condition ? condition->fanSet() : nullptr;
+  const auto& sensor = controller->overheatSensor();
+  const std::string applied =
+      !condition ? "no condition holds, the fans are with the system"
+                 : fmt::format("{} reads {}: fan set {} applied once", sensor ? sensor->name() : "a sensor",
+                               sensor ? HWSensorFormatter::tidyStringValueFromSensor(*sensor) : "--",
+                               fanSet ? fanSet->name() : "--");
+  return applied + "; auto boost needs the daemon (corvane daemon) to keep following the sensors";
 }
 
 std::optional<std::uint64_t> parseMode(const std::string& text) {

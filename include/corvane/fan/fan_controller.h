@@ -55,6 +55,11 @@ class HWFanController : public HWSensorMonitorDelegate, public std::enable_share
   void setup();
   // Takes the fan list alone: for a process that applies the mode once, with no monitor.
   void takeFans();
+  // For a process with no monitor: takes the fans and applies the current mode once. Auto boost
+  // judges a reading made here and now (not the store's last values, which may be days old) and
+  // hands the fans back when no condition holds, since an earlier mode may have left them forced.
+  // Nothing without the helper tool's permission.
+  void applyOnce();
   // Applies the current mode once; does nothing at all without the helper tool's permission.
   void start();
   // Whether the condition's power-state and external-display requirements hold now.
