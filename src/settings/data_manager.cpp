@@ -96,8 +96,10 @@ HWDataManager::HWDataManager(const std::filesystem::path& storeFile)
   prefData_ = std::make_shared<HWPrefData>();
   stack_ = HWCoreDataStack::create(storeFile, appMode() == 1);
   sensorDataStore_ = HWSensorDataStore::create(stack_, std::make_shared<PrefEnvironment>(prefData_));
-  settingsDataStore_ = HWSettingsDataStore::create(prefData_, std::make_shared<VisibleKeys>(sensorDataStore_));
+  sensorMenuDataStore_ = HWSensorMenuDataStore::create(prefData_, sensorDataStore_);
   cpuDataStore_ = HWCPUDataStore::create(prefData_);
+  cpuMenuDataStore_ = HWCPUMenuDataStore::create(prefData_);
+  settingsDataStore_ = HWSettingsDataStore::create(prefData_, std::make_shared<VisibleKeys>(sensorDataStore_));
   stack_->setStalenessInterval(static_cast<double>(settingsDataStore_->updateInterval()));
   sensorReader_ = HWSensorReader::create();
 }
@@ -234,6 +236,7 @@ void HWDataManager::buildDataSet() {
       auto manager = weak.lock();
       if (!manager) return;
       manager->dataSetReady_ = true;
+      manager->sensorMenuDataStore_->setDropdownItems(std::nullopt);
       manager->tellDelegates();
     });
   });
@@ -265,8 +268,10 @@ void HWDataManager::tellDelegates() {
 
 void HWDataManager::clearData() {
   sensorDataStore_->clearData();
-  settingsDataStore_->clearData();
+  sensorMenuDataStore_->clearData();
   cpuDataStore_->clearData();
+  cpuMenuDataStore_->clearData();
+  settingsDataStore_->clearData();
   std::error_code ec;
   for (const auto& entry : std::filesystem::directory_iterator(storeFile_.parent_path(), ec)) {
     const auto extension = entry.path().extension();

@@ -12,6 +12,7 @@
 #include "corvane/sysinfo/system_device.h"
 #include "corvane/settings/theme_manager.h"
 #include "corvane/util/colors.h"
+#include "corvane/util/hw_utils.h"
 #include "corvane/util/install_paths.h"
 #include "corvane/util/strings.h"
 
@@ -288,6 +289,17 @@ double HWSettingsDataStore::getStartTimeOfReaderTimer(const std::string& timerNa
 
 void HWSettingsDataStore::setStartTime(double startTime, const std::string& timerName) {
   prefData_->setObject(startTime, settings::readerTimerStartKey(timerName));
+}
+
+const std::vector<HWHotkeyItem>& HWSettingsDataStore::hotkeyItems() {
+  std::call_once(hotkeysOnce_, [this] {
+    const auto list = HWUtils::loadJSONArrayFromFileName("hotkey_items");
+    if (!list || !list->is_array()) return;
+    for (const auto& element : *list) {
+      if (auto item = HWHotkeyItem::itemFromDictionary(element)) hotkeyItems_.push_back(std::move(*item));
+    }
+  });
+  return hotkeyItems_;
 }
 
 void HWSettingsDataStore::clearData() {

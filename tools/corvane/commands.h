@@ -9,6 +9,10 @@
 
 #include "corvane/platform/machine_profile.h"
 
+namespace corvane {
+class HWDataManager;
+}
+
 namespace corvane::cli {
 
 // Exit codes of the program.
@@ -72,6 +76,12 @@ void registerFanCommands(CLI::App& app, Context& context);
 // it then. Needs the platform installed.
 bool daemonIsRunning();
 void registerHelperCommand(CLI::App& app, Context& context);
+void registerMenuCommand(CLI::App& app, Context& context);
+void registerBarCommand(CLI::App& app, Context& context);
+
+// The process's data manager for the menu strips; with `sensors`, its store holds the machine's
+// sensors (filled now when nobody has yet). Null after a one-line message on stderr.
+std::shared_ptr<HWDataManager> openMenuManager(bool sensors);
 
 // The sensor list with the default switches (named and computed sensors), as `corvane sensors`.
 int runSensorListing(Context& context);

@@ -37,6 +37,8 @@ int run(int argc, char** argv) {
   registerCpuCommand(app, context);
   registerFanCommands(app, context);
   registerHelperCommand(app, context);
+  registerMenuCommand(app, context);
+  registerBarCommand(app, context);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {

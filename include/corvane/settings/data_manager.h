@@ -12,6 +12,7 @@
 #include "corvane/sensors/sensor_reader.h"
 #include "corvane/settings/pref_data.h"
 #include "corvane/settings/cpu_data_store.h"
+#include "corvane/settings/menu_data_store.h"
 #include "corvane/settings/settings_data_store.h"
 #include "corvane/store/sensor_data_store.h"
 
@@ -41,6 +42,8 @@ class HWDataManager : public std::enable_shared_from_this<HWDataManager> {
   const std::shared_ptr<HWSensorDataStore>& sensorDataStore() const { return sensorDataStore_; }
   const std::shared_ptr<HWSettingsDataStore>& settingsDataStore() const { return settingsDataStore_; }
   const std::shared_ptr<HWCPUDataStore>& cpuDataStore() const { return cpuDataStore_; }
+  const std::shared_ptr<HWSensorMenuDataStore>& sensorMenuDataStore() const { return sensorMenuDataStore_; }
+  const std::shared_ptr<HWCPUMenuDataStore>& cpuMenuDataStore() const { return cpuMenuDataStore_; }
   const std::shared_ptr<HWSensorReader>& sensorReader() const { return sensorReader_; }
   bool dataSetReady() const { return dataSetReady_; }
 
@@ -58,7 +61,8 @@ class HWDataManager : public std::enable_shared_from_this<HWDataManager> {
   static void migrateLegacyAppGroupDataIfNeeded(const std::filesystem::path& oldContainer,
                                                 const std::filesystem::path& newContainer);
   // On the internal queue: categories and sensors, the first fan set, repairs, one save; one
-  // second later on the main queue the data set is ready and the delegates are told.
+  // second later on the main queue the data set is ready, the sensor strip's drop-down sections
+  // are rebuilt from the new sensors, and the delegates are told.
   void buildDataSet();
   // The same work at once on the calling thread, which must be the main queue's (no delegate
   // call, no delay); false when the save failed.
@@ -86,7 +90,9 @@ class HWDataManager : public std::enable_shared_from_this<HWDataManager> {
   std::shared_ptr<HWCoreDataStack> stack_;
   std::shared_ptr<HWSensorDataStore> sensorDataStore_;
   std::shared_ptr<HWSettingsDataStore> settingsDataStore_;
+  std::shared_ptr<HWSensorMenuDataStore> sensorMenuDataStore_;
   std::shared_ptr<HWCPUDataStore> cpuDataStore_;
+  std::shared_ptr<HWCPUMenuDataStore> cpuMenuDataStore_;
   std::shared_ptr<HWSensorReader> sensorReader_;
   std::shared_ptr<dispatch::Queue> internalQueue_;
   bool dataSetReady_ = false;

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "corvane/platform/global_notifications.h"
+#include "corvane/settings/menu_items.h"
 #include "corvane/settings/pref_data.h"
 #include "corvane/store/data_store.h"
 
@@ -39,7 +40,7 @@ class HWSettingsDataStoreDelegate : public virtual HWDataStoreDelegate {
 
 // The typed façade over the general settings. Made once per process (by the data manager) and
 // held by std::shared_ptr. Reads and writes are thread-safe; delegates are called on the main
-// queue. Hotkey items are not here: they belong with the menu stores.
+// queue.
 class HWSettingsDataStore : public HWDataStore, public std::enable_shared_from_this<HWSettingsDataStore> {
   struct Passkey {};
 
@@ -98,6 +99,10 @@ class HWSettingsDataStore : public HWDataStore, public std::enable_shared_from_t
   std::uint64_t fileLoggingResetMode() const;
   void setFileLoggingResetMode(std::uint64_t mode);
 
+  // The global shortcuts the product offers, from its resource list (elements that do not
+  // convert are left out); read once and kept for the life of the store.
+  const std::vector<HWHotkeyItem>& hotkeyItems();
+
   // Whole seconds since 1970 to which the monitor timers align (0: no alignment).
   std::int64_t syncStartTime() const;
   void setSyncStartTime(std::int64_t seconds);
@@ -120,6 +125,8 @@ class HWSettingsDataStore : public HWDataStore, public std::enable_shared_from_t
   std::vector<std::string> allLanguages_;
   mutable std::mutex languageLock_;
   std::optional<std::string> currentLanguage_;  // nothing until first read or set
+  std::once_flag hotkeysOnce_;
+  std::vector<HWHotkeyItem> hotkeyItems_;
   std::vector<std::unique_ptr<platform::GlobalNotifications::Token>> observations_;
 };
 
