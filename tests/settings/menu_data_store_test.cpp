@@ -144,6 +144,16 @@ TEST_F(MenuStoreTest, AFanlessMachineOffersNoFanSectionsAndTheOlderSensorListIsT
   auto store = manager_->sensorMenuDataStore();
   EXPECT_EQ(ids(store->dropdownItems()), (std::vector<std::string>{"Temperature"}));
   EXPECT_EQ(ids(store->activeItems()), (std::vector<std::string>{"sensor_icon", "TC0D", "TC0P"}));
+
+  // A new data set may change the sections on offer: they are rebuilt once it is ready.
+  auto sections = store->dropdownItems();
+  sections[0].setEnabled(false);
+  store->setDropdownItems(sections);
+  manager_->buildDatabase();
+  clock_->advance(std::chrono::seconds(2));
+  ASSERT_TRUE(manager_->dataSetReady());
+  EXPECT_FALSE(suite().get(std::string(settings::kSensorMenuDropdownItemsKey)));
+  EXPECT_TRUE(store->dropdownItems()[0].enabled());
 }
 
 TEST_F(MenuStoreTest, EditsAreStoredMovedAndAnnouncedAndAnotherKindOfWriterIsReread) {
