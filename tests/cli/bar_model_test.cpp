@@ -54,7 +54,8 @@ TEST(BarLine, StripsJoinInOrderAndWaybarGetsTextTooltipAndAClassFromTheStatuses)
   Figures figures;
   figures.sensors["TC0P"] = sensor(0, 95);
   const std::vector<Strip> strips{
-      {true, {item("i", HWMenuItemType::kIcon, 0, "", "", "thermometer"), item("TC0P", HWMenuItemType::kText, 0, "CPU"),
+      {true, {item("sp0", HWMenuItemType::kSpacer), item("i", HWMenuItemType::kIcon, 0, "", "", "thermometer"),
+              item("TC0P", HWMenuItemType::kText, 0, "CPU"),
               item("sp", HWMenuItemType::kSpacer), item("l", HWMenuItemType::kLabel, 0, "T")}},
       {false, {item("cpu_total_usage", HWMenuItemType::kText, 1, "CPU")}},
       {true, {item("cpu_total_usage", HWMenuItemType::kText, 1, "CPU")}},

@@ -101,6 +101,8 @@ Line buildLine(const std::vector<Strip>& strips, const Figures& figures) {
       const auto status = sensor->second->statusEnum();
       severity = std::max(severity, status == 3 || status == 7 ? 2 : status == 2 || status == 6 ? 1 : 0);
     }
+    // A spacer at either end of a strip would only pad it.
+    text.erase(0, text.find_first_not_of(' '));
     while (!text.empty() && text.back() == ' ') text.pop_back();
     if (text.empty()) continue;
     if (!line.text.empty()) line.text += " | ";
