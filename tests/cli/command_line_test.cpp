@@ -87,8 +87,6 @@ INSTANTIATE_TEST_SUITE_P(
                 "no built-in machine named 'MacBookPro16,3'"},
         RunCase{"DaemonProgramHelp", CORVANE_DAEMON_PATH, {"--help"}, 0, "Run as the process that reads", ""},
         RunCase{"DaemonProgramUnknownOption", CORVANE_DAEMON_PATH, {"--bogus"}, 2, "", "--bogus"},
-        RunCase{"DaemonProgramUnknownMachine", CORVANE_DAEMON_PATH, {"--machine", "MacBookPro16,3"}, 2, "",
-                "no built-in machine named 'MacBookPro16,3'"},
         RunCase{"CpuIntervalOutOfRange", CORVANE_CLI_PATH, {"cpu", "--interval", "0"}, 2, "", "--interval"},
         RunCase{"SettingsRead", CORVANE_CLI_PATH, {"settings", "list"}, 0, "", ""},
         // A value the setting cannot hold, or no such setting: refused, and nothing stored.

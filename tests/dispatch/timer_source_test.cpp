@@ -34,8 +34,6 @@ TEST_F(TimerSourceTest, MadeSuspendedThenTicksFromStartEveryInterval) {
   timer->resume();  // and resuming twice arms it once
   time_->advance(seconds(4));
   EXPECT_EQ(ticks_, (std::vector<double>{5, 7, 9}));
-  EXPECT_EQ(timer->interval(), seconds(2));
-  EXPECT_EQ(timer->leeway(), milliseconds(100));
 }
 
 TEST_F(TimerSourceTest, RescheduleReplacesTheRunningScheduleAndAZeroIntervalFiresOnce) {

@@ -76,6 +76,7 @@ class CPUMonitorTest : public ::testing::Test {
       return std::optional<HWLoadAverages>(HWLoadAverages{1.5, 1.25, 1.0});
     });
     monitor = HWCPUMonitor::create(manager, readers);
+    monitor->addDelegate(bystander);  // listens to no message of this monitor: never called
     monitor->addDelegate(listener);
     monitor->setup();
   }
@@ -84,6 +85,7 @@ class CPUMonitorTest : public ::testing::Test {
   std::shared_ptr<dispatch::VirtualTime> clock = dispatch::installVirtualTime(1'700'000'000);
   std::shared_ptr<HWDataManager> manager;
   std::shared_ptr<HWCPUMonitor> monitor;
+  std::shared_ptr<HWMonitorDelegate> bystander = std::make_shared<HWMonitorDelegate>();
   std::shared_ptr<Listener> listener = std::make_shared<Listener>();
   int psRuns = 0;
   int averageRuns = 0;
@@ -186,6 +188,7 @@ TEST(CPUSources, LoadAveragesComeFromTheKernelFileUnderTheRoot) {
   const std::pair<const char*, std::optional<HWLoadAverages>> cases[] = {
       {"0.52 0.58 0.59 2/1285 94412\n", HWLoadAverages{0.52, 0.58, 0.59}},
       {"0.52 0.58\n", std::nullopt},
+      {"0.52 x 0.59 1/2 3", std::nullopt},
       {nullptr, std::nullopt}};  // no file at all
   for (const auto& [text, expected] : cases) {
     testing::TempDir root;

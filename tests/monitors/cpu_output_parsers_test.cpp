@@ -22,14 +22,6 @@ TEST(LoadAverageParsing, ReadsThreeNumbersOrNothing) {
       {"", std::nullopt},
   };
   for (const auto& [text, expected] : uptime) EXPECT_EQ(loadAveragesFromUptime(text), expected) << text;
-
-  const std::pair<const char*, Averages> loadavg[] = {
-      {"0.52 0.58 0.59 1/234 5678\n", std::array{0.52, 0.58, 0.59}},
-      {"0.52 0.58", std::nullopt},
-      {"0.52 x 0.59 1/2 3", std::nullopt},
-      {"", std::nullopt},
-  };
-  for (const auto& [text, expected] : loadavg) EXPECT_EQ(loadAveragesFromProcLoadavg(text), expected) << text;
 }
 
 TEST(ProcessListParsing, KeepsTheFirstProcessesInListOrder) {

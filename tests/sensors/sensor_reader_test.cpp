@@ -217,6 +217,8 @@ TEST_F(SensorReaderTest, ResultReachesTheDelegateOnTheMainQueue) {
   EXPECT_TRUE(receiver->onMainQueue);
   ASSERT_EQ(receiver->received.size(), list().size());
   EXPECT_EQ(receiver->received[0], list()[0]);  // the same records, not copies
+  receiver.reset();
+  EXPECT_EQ(reader_->delegate(), nullptr) << "the reader does not keep its delegate alive";
 }
 
 }  // namespace

@@ -63,9 +63,7 @@ TEST(CPUInfoOfMachine, BrandPlatformAndClusters) {
              "cpu0:1 cpu1:1 cpu2:1 cpu3:1 cpu4:2 cpu5:2 cpu6:2 cpu7:2 cpu8:2 cpu9:2 cpu10:2 cpu11:2 "},
         Case{testing::builtinMachine("Mac16,10"), "Apple M4", 0, 6, 4,
              "cpu0:1 cpu1:1 cpu2:1 cpu3:1 cpu4:1 cpu5:1 cpu6:2 cpu7:2 cpu8:2 cpu9:2 "},
-        // No brand; entries lacking a name or a whole id are skipped; an unknown cluster: no kind.
         // An Intel Mac's registry has no processor nodes: no list, counts not known.
-        Case{testing::builtinMachine("MacBookPro16,1"), "Intel", 1, kUnknownCount, kUnknownCount, ""},
         Case{testing::profileFromJson(R"({"name": "Laptop", "smc": [],
                "sysctl": {"machdep.cpu.brand_string": "Intel(R) Core(TM) i7-9750H CPU @ 2.60GHz"}})"),
              "Intel Core i7-9750H 2.60GHz", 1, kUnknownCount, kUnknownCount, ""},
