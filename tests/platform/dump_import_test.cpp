@@ -11,18 +11,10 @@
 namespace corvane::platform {
 namespace {
 
-const std::filesystem::path kData = std::filesystem::path(CORVANE_SOURCE_DIR) / "tests/platform/data";
-
 using ::testing::HasSubstr;
 
 const std::filesystem::path kDumps = CORVANE_DUMPS_DIR;
 const std::filesystem::path kProfiles = std::filesystem::path(CORVANE_SOURCE_DIR) / "profiles";
-
-std::size_t enumerated(const MachineProfile& profile) {
-  std::size_t count = 0;
-  for (const auto& entry : profile.smc) count += entry.hidden ? 0 : 1;
-  return count;
-}
 
 std::shared_ptr<MachineProfile> importText(const std::string& text, const std::string& fileName,
                                            const DumpImportOptions& options = {}) {
@@ -30,36 +22,6 @@ std::shared_ptr<MachineProfile> importText(const std::string& text, const std::s
   auto profile = importDump(text, fileName, options, &error);
   EXPECT_NE(profile, nullptr) << error;
   return profile;
-}
-
-const std::string kBracketed = testing::readFile(kData / "bracketed-listing.txt");
-
-TEST(DumpImport, ReadsTheBracketedFormat) {
-  auto profile = importText(kBracketed, "dumps/x__listing.txt");
-  ASSERT_NE(profile, nullptr);
-  EXPECT_EQ(profile->name, "MacBookPro99,1");
-  EXPECT_EQ(profile->sysctl["hw.model"], "MacBookPro99,1");
-  EXPECT_EQ(profile->sysctl["machdep.cpu.brand_string"], "Intel");
-  EXPECT_FALSE(profile->sysctl.contains("hw.optional.arm64"));
-  EXPECT_FALSE(profile->hasHid);
-  EXPECT_EQ(profile->provenance["dump"], "x__listing.txt");
-  EXPECT_EQ(profile->provenance["source"], "https://example.invalid/dump.txt");
-  EXPECT_EQ(profile->provenance["os"], "macOS 10.15.2 (19C57)");
-  EXPECT_EQ(profile->provenance["header"].size(), 3u);
-  EXPECT_THAT(profile->provenance["notes"].dump(), HasSubstr("result 0x85: KPPW"));
-
-  ASSERT_EQ(profile->smc.size(), 8u);
-  EXPECT_EQ(enumerated(*profile), 6u);
-  const SmcEntry& tc0p = profile->smc[1];
-  EXPECT_TRUE(tc0p.type == 0x73703738u && tc0p.size == 2u && tc0p.attributes == 0xC0);
-  EXPECT_TRUE(tc0p.bytes[0] == 0x2F && tc0p.bytes[1] == 0x80);
-  EXPECT_EQ(profile->smc[2].result, 0x89);
-  EXPECT_TRUE(profile->smc[3].result == 0x85 && profile->smc[3].size == 16u);
-  const SmcEntry& ackg = profile->smc[4];
-  EXPECT_EQ(ackg.status, static_cast<int32_t>(0xE00002C2));
-  EXPECT_EQ(ackg.result, 0) << "the failed driver call is the answer, not the printed code";
-  EXPECT_TRUE(profile->smc[5].type == 0x75693800u && profile->smc[5].bytes[0] == 0x01);
-  EXPECT_TRUE(profile->smc[6].redacted && profile->smc[6].hidden && profile->smc[6].size == 32u);
 }
 
 TEST(DumpImport, ErrorsNameTheFileAndLine) {
@@ -78,6 +40,13 @@ TEST(DumpImport, ErrorsNameTheFileAndLine) {
     EXPECT_EQ(importDump(text, "test.txt", {}, &error), nullptr);
     EXPECT_THAT(error, HasSubstr("dump 'test.txt': " + expected));
   }
+}
+
+// The recorded listings print no such type; the code beside it says what the byte is.
+TEST(DumpImport, ATypeWithAnUnprintableByteIsTakenFromItsCode) {
+  auto profile = importText("[SIP ] type [ui8?] 75693800 len [ 1] attr [D0] -> 01\n", "x.txt");
+  ASSERT_NE(profile, nullptr);
+  EXPECT_TRUE(profile->smc.at(0).type == 0x75693800u && profile->smc[0].bytes[0] == 0x01);
 }
 
 // The checked-in profiles are what the importer makes of the recorded listings today.

@@ -135,7 +135,7 @@ TEST_F(SensorReaderTest, OneFanOrStoppedFansGetNoFastestFan) {
   EXPECT_EQ(find("FastestFan"), nullptr);
 }
 
-TEST_F(SensorReaderTest, ComputedFiguresWithoutContributorsReadMinusOne) {
+TEST_F(SensorReaderTest, ComputedFiguresWithoutContributorsReadMinusOneAndMinusOneIsNoMaximum) {
   install(machine(kIntel, {temperature("TC0C", 50), temperature("TC1C", 70), temperature("TC0P", 45)}));
   reader_->setShowComputedSensors(true);
   SensorList remaining;
@@ -149,10 +149,7 @@ TEST_F(SensorReaderTest, ComputedFiguresWithoutContributorsReadMinusOne) {
   EXPECT_DOUBLE_EQ(find("HottestCPU")->value(), -1.0);
   EXPECT_DOUBLE_EQ(reader_->getSensorValueByKey("Nonsense", SensorType::kTemperature, SourceType::kComputed, list()),
                    -1.0);
-}
-
-TEST_F(SensorReaderTest, HottestReplacesAFirstContributorReadingMinusOne) {
-  install(machine(kIntel, {}));
+  // A first contributor reading -1 is no maximum to keep.
   const auto core = [](double value) {
     return HWSensor::instanceWithKey(
         {.key = "TC0C", .name = "Core", .value = value, .group = SensorGroup::kCPU, .average = true});

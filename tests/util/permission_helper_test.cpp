@@ -110,7 +110,8 @@ class PermissionRequestTest : public ::testing::Test {
   std::string tool_;
 };
 
-TEST_F(PermissionRequestTest, CopiesTheToolThenSetsOwnerAndMode) {
+// Copied, then owner and mode set; once installed it is kept, and a wrong mode only is fixed.
+TEST_F(PermissionRequestTest, CopiesTheToolThenSetsOwnerAndModeAndLaterOnlyFixesTheMode) {
   EXPECT_FALSE(HWPermissionHelper::isSMCPermissionGranted());
   // What a fan command says meanwhile: one line, naming the tool, what is wrong and the fix.
   const std::string message = HWPermissionHelper::smcPermissionMessage();
@@ -123,20 +124,15 @@ TEST_F(PermissionRequestTest, CopiesTheToolThenSetsOwnerAndMode) {
   EXPECT_EQ(privileged_->calls(), fullInstall());
   EXPECT_TRUE(HWPermissionHelper::isSMCPermissionGranted());
   EXPECT_EQ(HWPermissionHelper::smcPermissionMessage(), "");
-}
-
-TEST_F(PermissionRequestTest, AnInstalledToolIsKeptAndOnlyAWrongModeFixed) {
-  testing::writeFile(tool_, "older tool");
-  attributes_[tool_] = FileAttributes{"root", "admin", 06555};
-  EXPECT_TRUE(HWPermissionHelper::isSMCPermissionGranted());
   EXPECT_EQ(request(), true);
-  EXPECT_TRUE(privileged_->calls().empty());
+  EXPECT_EQ(privileged_->calls(), fullInstall()) << "nothing more to do";
 
+  testing::writeFile(files::smcExeSrcPath(), "newer tool");
   attributes_[tool_] = FileAttributes{"root", "admin", 06755};
   EXPECT_FALSE(HWPermissionHelper::isSMCPermissionGranted());
   EXPECT_EQ(request(), true);
-  EXPECT_EQ(testing::readFile(tool_), "older tool");
-  EXPECT_EQ(privileged_->calls(), fullInstall());
+  EXPECT_EQ(testing::readFile(tool_), "shipped tool");
+  EXPECT_EQ(privileged_->calls().size(), 2 * fullInstall().size());
   EXPECT_EQ(attributes_[tool_], (FileAttributes{"root", "admin", 06555}));
 }
 
