@@ -99,6 +99,7 @@ HWDataManager::HWDataManager(const std::filesystem::path& storeFile)
   sensorMenuDataStore_ = HWSensorMenuDataStore::create(prefData_, sensorDataStore_);
   cpuDataStore_ = HWCPUDataStore::create(prefData_);
   cpuMenuDataStore_ = HWCPUMenuDataStore::create(prefData_);
+  notificationDataStore_ = HWNotificationDataStore::create(prefData_, sensorDataStore_);
   settingsDataStore_ = HWSettingsDataStore::create(prefData_, std::make_shared<VisibleKeys>(sensorDataStore_));
   stack_->setStalenessInterval(static_cast<double>(settingsDataStore_->updateInterval()));
   sensorReader_ = HWSensorReader::create();
@@ -271,6 +272,7 @@ void HWDataManager::clearData() {
   sensorMenuDataStore_->clearData();
   cpuDataStore_->clearData();
   cpuMenuDataStore_->clearData();
+  notificationDataStore_->clearData();
   settingsDataStore_->clearData();
   std::error_code ec;
   for (const auto& entry : std::filesystem::directory_iterator(storeFile_.parent_path(), ec)) {

@@ -13,6 +13,7 @@
 #include "corvane/settings/pref_data.h"
 #include "corvane/settings/cpu_data_store.h"
 #include "corvane/settings/menu_data_store.h"
+#include "corvane/settings/notification_data_store.h"
 #include "corvane/settings/settings_data_store.h"
 #include "corvane/store/sensor_data_store.h"
 
@@ -44,6 +45,7 @@ class HWDataManager : public std::enable_shared_from_this<HWDataManager> {
   const std::shared_ptr<HWCPUDataStore>& cpuDataStore() const { return cpuDataStore_; }
   const std::shared_ptr<HWSensorMenuDataStore>& sensorMenuDataStore() const { return sensorMenuDataStore_; }
   const std::shared_ptr<HWCPUMenuDataStore>& cpuMenuDataStore() const { return cpuMenuDataStore_; }
+  const std::shared_ptr<HWNotificationDataStore>& notificationDataStore() const { return notificationDataStore_; }
   const std::shared_ptr<HWSensorReader>& sensorReader() const { return sensorReader_; }
   bool dataSetReady() const { return dataSetReady_; }
 
@@ -93,6 +95,7 @@ class HWDataManager : public std::enable_shared_from_this<HWDataManager> {
   std::shared_ptr<HWSensorMenuDataStore> sensorMenuDataStore_;
   std::shared_ptr<HWCPUDataStore> cpuDataStore_;
   std::shared_ptr<HWCPUMenuDataStore> cpuMenuDataStore_;
+  std::shared_ptr<HWNotificationDataStore> notificationDataStore_;
   std::shared_ptr<HWSensorReader> sensorReader_;
   std::shared_ptr<dispatch::Queue> internalQueue_;
   bool dataSetReady_ = false;
