@@ -58,7 +58,7 @@ void registerDaemonCommands(CLI::App& app, Context& context);
 inline constexpr const char* kDaemonDescription =
     "Run as the process that reads the sensors and writes the store: values, extremes and graph "
     "history at the update interval, each save announced to the other processes, and the fan control "
-    "mode in force (auto boost watches the fan conditions), until Ctrl-C or SIGTERM (the last save is "
+    "mode in force (auto boost watches the fan conditions), the alert rules fired as desktop notifications, until Ctrl-C or SIGTERM (the last save is "
     "committed and every fan it forced goes back to the system). One daemon at a time: another one is "
     "refused and names the running one's pid";
 inline constexpr const char* kDaemonFooter =
@@ -82,6 +82,7 @@ void registerBarCommand(CLI::App& app, Context& context);
 // The process's data manager for the menu strips; with `sensors`, its store holds the machine's
 // sensors (filled now when nobody has yet). Null after a one-line message on stderr.
 std::shared_ptr<HWDataManager> openMenuManager(bool sensors);
+void registerAlertsCommands(CLI::App& app, Context& context);
 
 // The sensor list with the default switches (named and computed sensors), as `corvane sensors`.
 int runSensorListing(Context& context);

@@ -39,6 +39,7 @@ int run(int argc, char** argv) {
   registerHelperCommand(app, context);
   registerMenuCommand(app, context);
   registerBarCommand(app, context);
+  registerAlertsCommands(app, context);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
