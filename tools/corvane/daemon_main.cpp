@@ -25,11 +25,14 @@
 #include <CLI/CLI.hpp>
 
 #include "commands.h"
+#include "daemon_alerts.h"
 #include "stop_on_signal.h"
 #include "corvane/dispatch/dispatch.h"
 #include "corvane/fan/fan_controller.h"
 #include "corvane/fan/fan_hand_back.h"
 #include "corvane/monitors/sensor_monitor.h"
+#include "corvane/platform/desktop_notifications.h"
+#include "corvane/platform/platform.h"
 #include "corvane/settings/data_manager.h"
 #include "corvane/settings/settings_data_store.h"
 #include "corvane/util/error.h"
@@ -188,6 +191,10 @@ int runDaemon(Context& context) {
   auto controller = HWFanController::create(manager, monitor);
   controller->setHandBack(handBack);
   controller->setup();
+  // The alert rules fire on the host's desktop, also for a simulated machine.
+  auto alerts = std::make_shared<SensorAlerts>(manager, platform::DesktopNotifications::create(platform::current()),
+                                               context.program);
+  monitor->addDelegate(alerts);
   monitor->start();
   controller->start();
   releaseStartupMemory();
