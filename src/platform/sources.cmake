@@ -11,3 +11,12 @@ if(APPLE)
                                              "-framework CoreServices" "-framework Security"
                                              "-framework DiskArbitration")
 endif()
+# The host's own hardware monitors are read through the sensors library, which ships no CMake
+# package: the library by name in the export, as for the other plain libraries.
+if(CORVANE_OS STREQUAL "linux")
+  find_path(CORVANE_SENSORS_INCLUDE_DIR sensors/sensors.h REQUIRED)
+  find_library(CORVANE_SENSORS_LIBRARY sensors REQUIRED)
+  target_include_directories(corvane_core PRIVATE ${CORVANE_SENSORS_INCLUDE_DIR})
+  target_link_libraries(corvane_core PRIVATE $<BUILD_INTERFACE:${CORVANE_SENSORS_LIBRARY}>
+                                     INTERFACE $<INSTALL_INTERFACE:sensors>)
+endif()

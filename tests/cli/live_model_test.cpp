@@ -82,6 +82,7 @@ struct SensorRow {
   double value, recordedMin, recordedMax;
   double minLimit = 0, maxLimit = 0;
   std::vector<GraphSample> history{};
+  bool host = false;
 };
 
 struct RowsCase {
@@ -121,6 +122,14 @@ TEST_F(BuildRows, GroupsByCategoryInTheUsersUnits) {
        {{"VP0R", 2, 12, 11, 12, 0, 0, {{kNow - 3000, 11}, {kNow - 5, 12}}}},
        4,
        {"# Voltage", "VP0R 12.00V OK 11.00V 12.00V ▁  █"}},
+      {"the host's sensors after the Mac's, in their own group",
+       {true, 0},
+       {{"k10temp-pci-00c3/temp1", 0, 48, 40, 50, 0, 0, {}, true},
+        {"TC0P", 0, 75, 40, kNothingRecorded},
+        {"nct6798-isa-0290/fan2", 1, 900, 900, 900, 300, 1800, {}, true}},
+       0,
+       {"# Temperature", "TC0P 75° High 40° - ", "## Host", "# Temperature", "k10temp-pci-00c3/temp1 48° Normal 40° 50° ",
+        "# Fan", "nct6798-isa-0290/fan2 900rpm Normal 900rpm 900rpm "}},
   };
   for (const auto& c : cases) {
     setUnitPreferencesProvider([units = c.units] { return units; });
@@ -138,12 +147,12 @@ TEST_F(BuildRows, GroupsByCategoryInTheUsersUnits) {
       sensor->setMaxValue(given.maxLimit);
       sensor->setRecordedMinValue(given.recordedMin);
       sensor->setRecordedMaxValue(given.recordedMax);
-      inputs.push_back({sensor, given.history, ""});
+      inputs.push_back({sensor, given.history, "", given.host});
     }
     std::vector<std::string> shown;
     for (const auto& row : buildRows(inputs, kNow, c.sparkWidth)) {
-      shown.push_back(row.kind == Row::Kind::kHeader
-                          ? "# " + row.name
+      shown.push_back(row.kind != Row::Kind::kSensor
+                          ? (row.kind == Row::Kind::kGroup ? "## " : "# ") + row.name
                           : row.key + " " + row.value + " " + row.status + " " + row.minimum + " " + row.maximum + " " +
                                 row.fanMode + row.sparkline);
     }

@@ -39,8 +39,8 @@ TEST(HWSensor, StoredNumbersConvertOnlyWithinTheEnumeration) {
   EXPECT_EQ(sensorTypeFromNumber(UINT64_MAX), std::nullopt);
   EXPECT_EQ(sensorGroupFromNumber(11), SensorGroup::kFans);
   EXPECT_EQ(sensorGroupFromNumber(12), std::nullopt);
-  EXPECT_EQ(sourceTypeFromNumber(2), SourceType::kComputed);
-  EXPECT_EQ(sourceTypeFromNumber(3), std::nullopt);
+  EXPECT_EQ(sourceTypeFromNumber(3), SourceType::kHost);
+  EXPECT_EQ(sourceTypeFromNumber(4), std::nullopt);
 }
 
 }  // namespace

@@ -83,29 +83,40 @@ std::string fanModeText(std::optional<double> modeKey, std::optional<double> for
 
 std::vector<Row> buildRows(const std::vector<SensorInput>& sensors, double now, int sparkWidth, const Glyphs& glyphs) {
   std::vector<Row> rows;
-  for (std::int64_t type = 0; type < kCategoryTypes; ++type) {
-    bool headed = false;
-    for (const auto& input : sensors) {
-      if (!input.sensor || input.sensor->categoryTypeNumber() != type) continue;
-      const HWSensorEntity& sensor = *input.sensor;
-      if (!headed) {
-        Row header;
-        header.kind = Row::Kind::kHeader;
-        header.name = std::string(sensorTypeName(sensor.categoryType()));
-        rows.push_back(std::move(header));
-        headed = true;
+  for (const bool host : {false, true}) {
+    if (host && std::none_of(sensors.begin(), sensors.end(), [](const SensorInput& input) { return input.host; })) {
+      break;
+    }
+    if (host) {
+      Row group;
+      group.kind = Row::Kind::kGroup;
+      group.name = "Host";
+      rows.push_back(std::move(group));
+    }
+    for (std::int64_t type = 0; type < kCategoryTypes; ++type) {
+      bool headed = false;
+      for (const auto& input : sensors) {
+        if (!input.sensor || input.host != host || input.sensor->categoryTypeNumber() != type) continue;
+        const HWSensorEntity& sensor = *input.sensor;
+        if (!headed) {
+          Row header;
+          header.kind = Row::Kind::kHeader;
+          header.name = std::string(sensorTypeName(sensor.categoryType()));
+          rows.push_back(std::move(header));
+          headed = true;
+        }
+        Row row;
+        row.name = sensor.name();
+        row.key = sensor.key();
+        const bool readable = std::isfinite(sensor.value());
+        row.value = readable ? HWSensorFormatter::fullStringValueFromSensor(sensor) : "-";
+        row.status = readable ? HWSensorFormatter::statusDisplayFromSensor(sensor) : "--";
+        row.minimum = extremeText(sensor, sensor.recordedMinValue());
+        row.maximum = extremeText(sensor, sensor.recordedMaxValue());
+        row.fanMode = input.fanMode;
+        row.sparkline = sparkline(hourSeries(input.history, now, sparkWidth), sparkWidth, glyphs);
+        rows.push_back(std::move(row));
       }
-      Row row;
-      row.name = sensor.name();
-      row.key = sensor.key();
-      const bool readable = std::isfinite(sensor.value());
-      row.value = readable ? HWSensorFormatter::fullStringValueFromSensor(sensor) : "-";
-      row.status = readable ? HWSensorFormatter::statusDisplayFromSensor(sensor) : "--";
-      row.minimum = extremeText(sensor, sensor.recordedMinValue());
-      row.maximum = extremeText(sensor, sensor.recordedMaxValue());
-      row.fanMode = input.fanMode;
-      row.sparkline = sparkline(hourSeries(input.history, now, sparkWidth), sparkWidth, glyphs);
-      rows.push_back(std::move(row));
     }
   }
   return rows;

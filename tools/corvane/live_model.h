@@ -26,12 +26,13 @@ struct SensorInput {
   std::shared_ptr<const HWSensorEntity> sensor;
   std::span<const GraphSample> history;  // any unit: a sparkline shows only the shape
   std::string fanMode;  // fans only: fanModeText()
+  bool host = false;    // a monitor of the computer running the view, not of the Mac
 };
 
 struct Row {
-  enum class Kind { kHeader, kSensor };
+  enum class Kind { kGroup, kHeader, kSensor };
   Kind kind = Kind::kSensor;
-  std::string name;       // the category's name on a header
+  std::string name;       // the category's name on a header, "Host" on the host's group
   std::string key;
   std::string value;      // in the user's units, "-" when the sensor has no reading
   std::string status;
@@ -62,6 +63,7 @@ std::string fanModeText(std::optional<double> modeKey, std::optional<double> for
 
 // The rows: a header for each category in type order (temperature, fan, voltage, current,
 // power) followed by its sensors in input order; sensors outside those categories are left out.
+// The host's sensors follow the Mac's, grouped the same way under a "Host" group row.
 std::vector<Row> buildRows(const std::vector<SensorInput>& sensors, double now, int sparkWidth,
                            const Glyphs& glyphs = kBlocks);
 

@@ -24,6 +24,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -33,6 +34,7 @@
 #include "corvane/monitors/cpu_monitor.h"
 #include "corvane/platform/platform.h"
 #include "corvane/platform/processor_load.h"
+#include "corvane/sensors/host_sensors.h"
 #include "corvane/settings/data_manager.h"
 #include "corvane/settings/settings_data_store.h"
 #include "corvane/smc/fan_keys.h"
@@ -191,32 +193,10 @@ class LiveView final : public HWSensorDataStoreDelegate,
                                const HWSensorReader::SensorList& list) override {
     if (following_) return;
     const double now = dispatch::now();
-    const double hourAgo = now - 3600;
     std::vector<SensorInput> inputs;
     for (const auto& record : list) {
       if (!reader_->shouldRefresh(*record)) continue;
-      const auto type = static_cast<std::int16_t>(toNumber(record->type()));
-      if (type < 0 || type > 4) continue;
-      Own& own = own_[record->key()];
-      if (!own.sensor) {
-        own.sensor = std::make_shared<HWSensorEntity>();
-        own.sensor->setKey(record->key());
-        own.sensor->setCategory(categories_[type]);
-      }
-      own.sensor->updateFromSensor(*record, type == 1);
-      const double value = record->value();
-      if (std::isfinite(value)) {
-        if (value > own.sensor->recordedMaxValue()) own.sensor->setRecordedMaxValue(value);
-        if (value < own.sensor->recordedMinValue()) own.sensor->setRecordedMinValue(value);
-        own.history.push_back({now, value});
-      }
-      // Readings older than the hour go in batches, so a tick rarely moves the history.
-      if (!own.history.empty() && own.history.front().time <= hourAgo - kTrimSeconds) {
-        own.history.erase(own.history.begin(),
-                          std::find_if(own.history.begin(), own.history.end(),
-                                       [hourAgo](const GraphSample& reading) { return reading.time > hourAgo; }));
-      }
-      inputs.push_back({own.sensor, own.history, fanMode(*own.sensor)});
+      if (auto input = track(*record, now)) inputs.push_back(std::move(*input));
     }
     inputs_ = std::move(inputs);
     draw();
@@ -278,7 +258,55 @@ class LiveView final : public HWSensorDataStoreDelegate,
     return samples;
   }
 
+  // The view's own record of `record`: its extremes and hour of readings, kept across passes.
+  std::optional<SensorInput> track(const HWSensor& record, double now) {
+    const auto type = static_cast<std::int16_t>(toNumber(record.type()));
+    if (type < 0 || type > 4) return std::nullopt;
+    Own& own = own_[record.key()];
+    if (!own.sensor) {
+      own.sensor = std::make_shared<HWSensorEntity>();
+      own.sensor->setKey(record.key());
+      own.sensor->setCategory(categories_[type]);
+    }
+    own.sensor->updateFromSensor(record, type == 1);
+    const double value = record.value();
+    if (std::isfinite(value)) {
+      if (value > own.sensor->recordedMaxValue()) own.sensor->setRecordedMaxValue(value);
+      if (value < own.sensor->recordedMinValue()) own.sensor->setRecordedMinValue(value);
+      own.history.push_back({now, value});
+    }
+    // Readings older than the hour go in batches, so a tick rarely moves the history.
+    const double hourAgo = now - 3600;
+    if (!own.history.empty() && own.history.front().time <= hourAgo - kTrimSeconds) {
+      own.history.erase(own.history.begin(),
+                        std::find_if(own.history.begin(), own.history.end(),
+                                     [hourAgo](const GraphSample& reading) { return reading.time > hourAgo; }));
+    }
+    return SensorInput{own.sensor, own.history, fanMode(*own.sensor)};
+  }
+
+  // This computer's own monitors: no daemon stores them, so the view reads them itself, whether
+  // it follows a daemon or not. Host keys ("chip/input") never meet an SMC key in `own_`.
+  void readHost() {
+    std::vector<std::shared_ptr<HWSensor>> records;
+    std::string error;
+    readHostSensors(records, error);
+    if (records.empty() && hostInputs_.empty()) return;
+    const double now = dispatch::now();
+    std::vector<SensorInput> inputs;
+    for (const auto& record : records) {
+      if (auto input = track(*record, now)) {
+        input->host = true;
+        inputs.push_back(std::move(*input));
+      }
+    }
+    hostInputs_ = std::move(inputs);
+    // Reading the machine itself, the view draws when the reader delivers, right after this.
+    if (following_) draw();
+  }
+
   void tick() {
+    readHost();
     // A daemon that has gone quiet for three intervals is taken to have stopped.
     if (following_ && dispatch::now() - lastAnnouncement_ > 3.0 * static_cast<double>(interval_)) {
       following_ = false;
@@ -289,7 +317,8 @@ class LiveView final : public HWSensorDataStoreDelegate,
 
   std::string fanMode(const HWSensorEntity& sensor) const {
     if (sensor.categoryTypeNumber() != 1) return {};
-    if (sensor.sourceType() == static_cast<std::int16_t>(toNumber(SourceType::kComputed))) return {};
+    // Only the SMC's fans have a mode (computed ones are figures, host ones are not ours to drive).
+    if (sensor.sourceType() != static_cast<std::int16_t>(toNumber(SourceType::kSMC))) return {};
     const auto index = std::strtoull(sensor.key().c_str(), nullptr, 10);
     if (index >= smc::kFanCharacters.size()) return "-";
     const auto& smc = reader_->smc();
@@ -319,19 +348,24 @@ class LiveView final : public HWSensorDataStoreDelegate,
 
   void draw() {
     // Widths follow the content, so the sparkline takes whatever the terminal has left.
+    std::vector<SensorInput> shown = inputs_;
+    shown.insert(shown.end(), hostInputs_.begin(), hostInputs_.end());
     int nameWidth = 4;
+    int kKey = 10;  // an SMC key's four characters, or a computed figure's name
     bool fans = false;
-    for (const auto& input : inputs_) {
+    for (const auto& input : shown) {
       nameWidth = std::max(nameWidth, columnsOf(input.sensor->name()));
+      if (input.host) kKey = std::max(kKey, columnsOf(input.sensor->key()));
       fans = fans || !input.fanMode.empty();
     }
     nameWidth = std::min(nameWidth, 24);
-    constexpr int kKey = 10, kNumber = 9, kStatus = 10, kMode = 6;
+    kKey = std::min(kKey, 32);
+    constexpr int kNumber = 9, kStatus = 10, kMode = 6;
     const int fixed = 2 + nameWidth + 1 + kKey + 1 + kNumber + 1 + kStatus + 1 + 2 * (kNumber + 1) +
                       (fans ? kMode + 1 : 0);
     const int sparkWidth = std::clamp(COLS - fixed, 0, 60);
     const auto& glyphs = blocks_ ? live::kBlocks : live::kAsciiLevels;
-    const auto rows = live::buildRows(inputs_, dispatch::now(), sparkWidth, glyphs);
+    const auto rows = live::buildRows(shown, dispatch::now(), sparkWidth, glyphs);
     // The CPU panel takes at most half the screen; the sensors scroll below it.
     const int processLines = std::clamp(LINES / 4, 0, 12);
     auto panel = live::cpuPanel(cpu_, dispatch::now(), COLS, processLines, glyphs);
@@ -365,10 +399,11 @@ class LiveView final : public HWSensorDataStoreDelegate,
     if (rows.empty()) mvaddstr(top + 1, 2, "Reading the sensors...");
     for (int line = 0; line < body && scroll_ + line < static_cast<int>(rows.size()); ++line) {
       const Row& row = rows[static_cast<std::size_t>(scroll_ + line)];
-      if (row.kind == Row::Kind::kHeader) {
-        attron(A_BOLD);
+      if (row.kind != Row::Kind::kSensor) {
+        const attr_t look = row.kind == Row::Kind::kGroup ? A_REVERSE : A_BOLD;
+        attron(look);
         mvaddstr(top + 1 + line, 0, cell(row.name, COLS).c_str());
-        attroff(A_BOLD);
+        attroff(look);
         continue;
       }
       std::string text = "  " + cell(row.name, nameWidth) + " " + cell(row.key, kKey) + " " +
@@ -390,6 +425,7 @@ class LiveView final : public HWSensorDataStoreDelegate,
   std::map<std::string, Own> own_;
   std::map<std::string, std::vector<GraphSample>> storedHistory_;
   std::vector<SensorInput> inputs_;
+  std::vector<SensorInput> hostInputs_;
   std::shared_ptr<dispatch::TimerSource> timer_;
   std::shared_ptr<HWCPUMonitor> cpuMonitor_;
   live::CpuInput cpu_;

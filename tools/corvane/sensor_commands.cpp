@@ -10,6 +10,7 @@
 
 #include "commands.h"
 #include "corvane/dispatch/dispatch.h"
+#include "corvane/sensors/host_sensors.h"
 #include "corvane/sensors/sensor_catalogue.h"
 #include "corvane/sensors/sensor_reader.h"
 #include "corvane/sensors/value_formatter.h"
@@ -23,6 +24,8 @@ namespace {
 struct SensorOptions {
   bool all = false;   // unknown and HID sensors too
   bool json = false;
+  bool host = false;  // this computer's own monitors instead of the Mac's sensors
+  std::string configuration;  // with host: a sensor configuration file instead of the user's
 };
 
 using SensorList = HWSensorReader::SensorList;
@@ -86,8 +89,8 @@ nlohmann::ordered_json toJson(const HWSensor& sensor) {
           {"average", sensor.average()}};
 }
 
-void printText(const SensorList& sensors) {
-  printMachineLine();
+// The sensors under a heading per category, in type order; false when there was none to print.
+bool printCategories(const SensorList& sensors) {
   std::size_t nameWidth = 4;
   std::size_t keyWidth = 3;
   for (const auto& sensor : sensors) {
@@ -110,10 +113,53 @@ void printText(const SensorList& sensors) {
                   static_cast<int>(keyWidth), sensor->key().c_str(), formatValue(*sensor).c_str());
     }
   }
-  if (first) std::printf("No sensors\n");
+  return !first;
+}
+
+constexpr const char* kHostHeading = "Host sensors";
+
+void printText(const SensorList& sensors, const SensorList& host) {
+  printMachineLine();
+  if (!printCategories(sensors)) std::printf("No sensors\n");
+  // Only a computer with monitors of its own adds the section, so a listing elsewhere stays as it was.
+  if (!host.empty()) {
+    std::printf("\n%s\n", kHostHeading);
+    printCategories(host);
+  }
+}
+
+nlohmann::ordered_json sensorRows(const SensorList& sensors) {
+  nlohmann::ordered_json rows = nlohmann::ordered_json::array();
+  for (const auto& sensor : sensors) rows.push_back(toJson(*sensor));
+  return rows;
+}
+
+int listHostSensors(Context& context, const SensorOptions& options) {
+  if (!context.machine.empty()) {
+    std::fprintf(stderr, "corvane: --host lists this computer's own sensors; it takes no --machine\n");
+    return kExitBadInput;
+  }
+  if (!context.installPlatform()) return context.exitCode;
+  settings::installUnitPreferencesHook(std::make_shared<HWPrefData>());
+  SensorList sensors;
+  std::string error;
+  if (!readHostSensors(sensors, error, options.configuration)) {
+    std::fprintf(stderr, "corvane: cannot read this computer's sensors: %s\n", error.c_str());
+    return options.configuration.empty() ? kExitFailure : kExitBadInput;
+  }
+  if (options.json) {
+    std::printf("%s\n", json_text::dump(nlohmann::ordered_json{{"sensors", sensorRows(sensors)}}, 1).c_str());
+  } else if (sensors.empty()) {
+    std::printf("%s: none, this computer has no hwmon chips\n", kHostHeading);
+  } else {
+    std::printf("%s\n", kHostHeading);
+    printCategories(sensors);
+  }
+  return kExitOk;
 }
 
 int listSensors(Context& context, const SensorOptions& options) {
+  if (options.host) return listHostSensors(context, options);
   if (!context.installPlatform()) return context.exitCode;
   settings::installUnitPreferencesHook(std::make_shared<HWPrefData>());
 
@@ -136,12 +182,13 @@ int listSensors(Context& context, const SensorOptions& options) {
     if (reader->shouldRefresh(*sensor)) shown.push_back(sensor);
   }
   if (options.json) {
-    nlohmann::ordered_json rows = nlohmann::ordered_json::array();
-    for (const auto& sensor : shown) rows.push_back(toJson(*sensor));
-    const nlohmann::ordered_json listing = {{"machine", machineJson()}, {"sensors", std::move(rows)}};
+    const nlohmann::ordered_json listing = {{"machine", machineJson()}, {"sensors", sensorRows(shown)}};
     std::printf("%s\n", json_text::dump(listing, 1).c_str());
   } else {
-    printText(shown);
+    SensorList host;
+    std::string unused;
+    readHostSensors(host, unused);
+    printText(shown, host);
   }
   return kExitOk;
 }
@@ -150,10 +197,20 @@ int listSensors(Context& context, const SensorOptions& options) {
 
 void registerSensorCommands(CLI::App& app, Context& context) {
   CLI::App* sensors = app.add_subcommand("sensors", "Every sensor of the machine, named and read once");
-  sensors->footer("With --json: an object with \"machine\" (its name, and whether it is simulated) and \"sensors\".");
+  sensors->footer("With --json: an object with \"machine\" (its name, and whether it is simulated) and \"sensors\" "
+                  "(with --host: \"sensors\" alone, each of source type 3). Without --json, a computer with hwmon "
+                  "chips of its own lists them after the Mac's, under \"Host sensors\".");
   auto options = std::make_shared<SensorOptions>();
   sensors->add_flag("--all", options->all, "Also unknown and HID sensors");
   sensors->add_flag("--json", options->json, "Print a JSON array of the sensor records");
+  auto* host = sensors->add_flag("--host", options->host,
+                                 "This computer's own hardware monitors (Linux hwmon, with the user's sensor "
+                                 "configuration) instead of the Mac's sensors");
+  sensors->add_option("--config", options->configuration,
+                      "With --host: this sensor configuration file instead of the user's own")
+      ->type_name("FILE")
+      ->needs(host);
+  host->excludes("--all");
   sensors->callback([&context, options] { context.exitCode = listSensors(context, *options); });
 }
 

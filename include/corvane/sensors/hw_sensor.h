@@ -29,6 +29,7 @@ enum class SourceType : std::uint64_t {
   kSMC = 0,       // an SMC key read through the SMC wrapper
   kHID = 1,       // an HID temperature service (Apple silicon)
   kComputed = 2,  // derived from other sensors by the reader
+  kHost = 3,      // a hardware monitor of the computer running the program, not of the Mac
 };
 
 // Display groups; sensors sort by group ascending, with kUnknown last. Numbers fixed as above.
@@ -59,7 +60,7 @@ constexpr std::optional<SensorType> sensorTypeFromNumber(std::uint64_t number) {
   return static_cast<SensorType>(number);
 }
 constexpr std::optional<SourceType> sourceTypeFromNumber(std::uint64_t number) {
-  if (number > toNumber(SourceType::kComputed)) return std::nullopt;
+  if (number > toNumber(SourceType::kHost)) return std::nullopt;
   return static_cast<SourceType>(number);
 }
 constexpr std::optional<SensorGroup> sensorGroupFromNumber(std::uint64_t number) {
@@ -80,7 +81,7 @@ class HWSensor {
   //   HWSensor::instanceWithKey({.key = "TC0P", .name = "CPU Proximity", .group = SensorGroup::kCPU})
   // (Every field has an initializer, so g++ does not flag the ones left out.)
   struct Fields {
-    std::string key{};                      // SMC key or HID product name
+    std::string key{};                      // SMC key, HID product name, or host chip/input
     std::string name{};                     // short display name
     std::optional<std::string> fullName{};  // long display name; absent: the same as `name`
     double value = 0;
