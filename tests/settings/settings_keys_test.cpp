@@ -31,9 +31,7 @@ TEST(SettingKeys, EveryRowIsUniqueWithADefaultOfItsTypeOrANote) {
     }
     EXPECT_EQ(findSettingKey(row.prefix ? readerTimerStartKey("cpu") : std::string(row.key)), &row);
   }
-}
-
-TEST(SettingKeys, ReaderTimerKeysNeedANameAfterTheirPrefix) {
+  // A reader timer key needs a name after its prefix.
   EXPECT_EQ(findSettingKey("HWReaderTimerStart_"), nullptr);
   EXPECT_EQ(findSettingKey("HWReaderTimerStartX"), nullptr);
 }
