@@ -152,6 +152,13 @@ TEST_F(CoreDataStackTest, BackgroundSavesReachTheFileWithRelationsAndDeleteRules
   auto left = reader->objectsOf(HWEntity::kSensor);
   ASSERT_EQ(left.size(), 2u);
   EXPECT_EQ(std::static_pointer_cast<HWSensorEntity>(left[0])->category(), nullptr);
+
+  // The reader's loaded objects take the writer's values on refresh.
+  auto sensor = std::static_pointer_cast<HWSensorEntity>(left[0]);
+  std::static_pointer_cast<HWSensorEntity>(writer->objectsOf(HWEntity::kSensor)[0])->setValue(55);
+  ASSERT_TRUE(writer->saveViewContext());
+  reader->viewContext()->refreshAllObjects();
+  EXPECT_EQ(sensor->value(), 55);
 }
 
 }  // namespace
