@@ -199,7 +199,7 @@ void HWSensorMonitor::updateSensorData() {
       if (record->maxValue() != maxValue) record->setMaxValue(maxValue);
     }
   }
-  store->save();
+  if (!store->save()) ++saveFailures_;
   checkToRemoveOutOfDateGraphPoints(interval);
 }
 
@@ -226,7 +226,7 @@ void HWSensorMonitor::removeOutOfDateGraphPoints() {
     if (gone > 0) removed += gone;
   }
   if (removed == 0) return;
-  store->save();
+  if (!store->save()) ++saveFailures_;
 }
 
 }  // namespace corvane

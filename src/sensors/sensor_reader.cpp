@@ -205,10 +205,15 @@ HWSensorReader::SensorList HWSensorReader::buildComputedSensorsInSensors(const S
 
 double HWSensorReader::getSensorValueByKey(std::string_view key, SensorType type, SourceType sourceType,
                                            const SensorList& sensors) {
-  if (sourceType == SourceType::kSMC) return smc_->getSensorValueByKey(key, type).value_or(0.0);
+  return readValueByKey(key, type, sourceType, sensors).value_or(0.0);
+}
+
+std::optional<double> HWSensorReader::readValueByKey(std::string_view key, SensorType type, SourceType sourceType,
+                                                     const SensorList& sensors) {
+  if (sourceType == SourceType::kSMC) return smc_->getSensorValueByKey(key, type);
   if (sourceType == SourceType::kHID) {
-    if (!hid_) return 0.0;
-    return hid_->getSensorValueByKey(key, type).value_or(0.0);
+    if (!hid_) return std::nullopt;
+    return hid_->getSensorValueByKey(key, type);
   }
   if (sourceType != SourceType::kComputed) return 0.0;
 
@@ -246,7 +251,9 @@ void HWSensorReader::refreshValues() {
   if (hid_) hid_->beginPass();
   for (const auto& sensor : sensors) {
     if (!shouldRefresh(*sensor)) continue;
-    sensor->setValue(getSensorValueByKey(sensor->key(), sensor->type(), sensor->sourceType(), sensors));
+    const auto value = readValueByKey(sensor->key(), sensor->type(), sensor->sourceType(), sensors);
+    sensor->setValue(value.value_or(0.0));
+    sensor->noteRead(value.has_value());
   }
   if (hid_) hid_->endPass();
 }

@@ -129,7 +129,8 @@ std::string SMCWrapper::descriptionOfFan(std::uint64_t index) {
 std::optional<double> SMCWrapper::getSensorValueByKey(std::string_view key, SensorType type) {
   if (type == SensorType::kFan) {
     const std::int64_t index = integerValue(key);
-    return index < 0 ? 0.0 : speedOfFan(static_cast<std::uint64_t>(index));
+    if (index < 0) return 0.0;
+    return fanValue("Ac", static_cast<std::uint64_t>(index));
   }
   return rawValueByKey(key);
 }

@@ -61,6 +61,8 @@ class HWSensorMonitor : public HWBaseMonitor,
   std::int32_t timerCountForDay() const { return timerCountForDay_; }
   std::int32_t timerCountForWeek() const { return timerCountForWeek_; }
   std::int32_t timerCountForOptimize() const { return timerCountForOptimize_; }
+  // Saves of a reading or a pruning that the store refused, since the monitor was made.
+  std::uint64_t saveFailures() const { return saveFailures_; }
 
   // Takes the reader's discovered list as the current one. Call once, after the data set exists.
   void setup() override;
@@ -115,6 +117,7 @@ class HWSensorMonitor : public HWBaseMonitor,
   std::int32_t timerCountForDay_ = 0;
   std::int32_t timerCountForWeek_ = 0;
   std::int32_t timerCountForOptimize_ = 0;
+  std::uint64_t saveFailures_ = 0;
 };
 
 }  // namespace corvane

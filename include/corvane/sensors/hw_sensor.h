@@ -134,6 +134,16 @@ class HWSensor {
   bool average() const { return average_; }
   void setAverage(bool v) { average_ = v; }
 
+  // Whether the latest refresh failed to read the hardware (the value then reads 0, which is no
+  // reading at all), and how many refreshes of this record have failed so far. Set by the reader.
+  bool readFailed() const { return readFailed_; }
+  std::uint64_t readErrors() const { return readErrors_; }
+  // Records the outcome of one refresh.
+  void noteRead(bool succeeded) {
+    readFailed_ = !succeeded;
+    if (!succeeded) ++readErrors_;
+  }
+
   // Whether `value` is plausible for the type (never for a type outside the enumeration). A NaN
   // passes the temperature test and fails the current and power tests; the comparisons are
   // shaped for exactly that.
@@ -155,6 +165,8 @@ class HWSensor {
   std::uint64_t platform_ = 0;
   SourceType sourceType_ = SourceType::kSMC;
   bool average_ = false;
+  bool readFailed_ = false;
+  std::uint64_t readErrors_ = 0;
 };
 
 }  // namespace corvane

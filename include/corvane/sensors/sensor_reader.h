@@ -58,7 +58,8 @@ class HWSensorReader : public HWBaseReader<std::vector<std::shared_ptr<HWSensor>
   void read() override;
 
   // Refreshes the value of every record the switches let through (see shouldRefresh), in list
-  // order; the others keep their previous values. Builds the list first if needed.
+  // order, noting on each whether its read failed; the others keep their previous values.
+  // Builds the list first if needed.
   void refreshValues();
 
   // Whether a pass refreshes `sensor` under the current switches: HID records only with
@@ -82,6 +83,9 @@ class HWSensorReader : public HWBaseReader<std::vector<std::shared_ptr<HWSensor>
  private:
   HWSensorReader();
   SensorList buildList();
+  // getSensorValueByKey, with nullopt where the SMC or HID could not be read.
+  std::optional<double> readValueByKey(std::string_view key, SensorType type, SourceType sourceType,
+                                       const SensorList& sensors);
 
   std::optional<SensorList> allSensors_;
   bool showUnknownSensors_ = false;

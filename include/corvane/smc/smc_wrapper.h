@@ -65,7 +65,8 @@ class SMCWrapper {
   std::string descriptionOfFan(std::uint64_t index);
 
   // The value of a sensor: for fans `key` is the fan index in decimal and the result is its
-  // speed; for every other type the decoded value of the key (nullopt on failure).
+  // speed (0 for a key that names no fan); for every other type the decoded value of the key.
+  // nullopt when the SMC could not be read.
   std::optional<double> getSensorValueByKey(std::string_view key, SensorType type);
 
   // The temperature, voltage, power and current keys ("T", "V", "P", "I") of the SMC's key
