@@ -66,6 +66,10 @@ inline constexpr const char* kDaemonFooter =
     "written; 2 for a wrong invocation. A store file deleted under the daemon is noted in one line on "
     "standard error and written afresh. Fans a killed daemon left forced are handed back when the next "
     "one starts.";
+inline constexpr const char* kDaemonMetricsHelp =
+    "Also serve /metrics for Prometheus at this address (IPv4; a bare port or localhost means the "
+    "loopback interface, port 0 any free port, printed at start): the latest reading of every sensor, "
+    "the processor's load, the fan control mode and the daemon's own counters";
 // The daemon's own program, installed beside corvane.
 inline constexpr const char* kDaemonProgram = "corvane-daemon";
 void registerInfoCommand(CLI::App& app, Context& context);

@@ -8,6 +8,8 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -18,13 +20,14 @@
 namespace corvane::cli {
 namespace {
 
-int becomeDaemon(const Context& context) {
+int becomeDaemon(const Context& context, const std::optional<std::string>& metrics) {
   // Beside this executable, never from PATH: `corvane daemon` runs the daemon of its own install.
   const auto program = platform::current().files().mainExecutableDirectory() / kDaemonProgram;
   // Started under corvane's name, so its messages read as corvane's own.
   std::vector<std::string> args{context.program};
   if (!context.machine.empty()) args.insert(args.end(), {"--machine", context.machine});
   if (context.dynamics) args.emplace_back("--dynamics");
+  if (metrics) args.insert(args.end(), {"--metrics", *metrics});
   std::vector<char*> argv;
   for (auto& arg : args) argv.push_back(arg.data());
   argv.push_back(nullptr);
@@ -49,7 +52,10 @@ bool daemonIsRunning() {
 void registerDaemonCommands(CLI::App& app, Context& context) {
   auto* daemon = app.add_subcommand("daemon", kDaemonDescription);
   daemon->footer(kDaemonFooter);
-  daemon->callback([&context] { context.exitCode = becomeDaemon(context); });
+  // Checked by the daemon program itself, which says what is wrong with it.
+  auto metrics = std::make_shared<std::optional<std::string>>();
+  daemon->add_option("--metrics", *metrics, kDaemonMetricsHelp)->type_name("ADDRESS:PORT");
+  daemon->callback([&context, metrics] { context.exitCode = becomeDaemon(context, *metrics); });
 }
 
 }  // namespace corvane::cli

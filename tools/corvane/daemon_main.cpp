@@ -26,6 +26,8 @@
 
 #include "commands.h"
 #include "daemon_alerts.h"
+#include "daemon_metrics.h"
+#include "metrics_server.h"
 #include "stop_on_signal.h"
 #include "corvane/dispatch/dispatch.h"
 #include "corvane/fan/fan_controller.h"
@@ -141,7 +143,8 @@ void releaseStartupMemory() {
 #endif
 }
 
-int runDaemon(Context& context) {
+// `listen`: where to serve metrics (as parseMetricsAddress gives it); empty for nowhere.
+int runDaemon(Context& context, const std::string& listen) {
   const char* name = context.program.c_str();
   StopOnSignal stop;
   if (!context.installPlatform()) return context.exitCode;
@@ -195,11 +198,23 @@ int runDaemon(Context& context) {
   auto alerts = std::make_shared<SensorAlerts>(manager, platform::DesktopNotifications::create(platform::current()),
                                                context.program);
   monitor->addDelegate(alerts);
+  std::unique_ptr<MetricsServer> metrics;
+  if (!listen.empty()) {
+    metrics = startMetricsServer(listen, machineJson()["name"].get<std::string>(), manager, monitor, controller, &error);
+    if (!metrics) {
+      std::fprintf(stderr, "%s: metrics: %s\n", name, error.c_str());
+      return kExitFailure;
+    }
+  }
   monitor->start();
   controller->start();
   releaseStartupMemory();
   std::printf("%s: daemon %ld writing %s every %lld s\n", name, static_cast<long>(::getpid()),
               stack->storeURL().c_str(), static_cast<long long>(manager->settingsDataStore()->updateInterval()));
+  if (metrics) {
+    std::printf("%s: metrics at http://%s:%d/metrics\n", name, listen.substr(0, listen.rfind(':')).c_str(),
+                metrics->port());
+  }
   std::fflush(stdout);
 
   dispatch::runMainQueue();
@@ -236,6 +251,8 @@ int run(int argc, char** argv, const std::string& name) {
   app.add_option("--machine", context.machine, "Simulate a recorded machine (as corvane --machine)")
       ->type_name("NAME|FILE");
   app.add_flag("--dynamics", context.dynamics, "Let the simulated machine move (as corvane --dynamics)");
+  std::string metrics;
+  app.add_option("--metrics", metrics, kDaemonMetricsHelp)->type_name("ADDRESS:PORT");
   app.footer(kDaemonFooter);
   try {
     app.parse(argc, argv);
@@ -244,7 +261,17 @@ int run(int argc, char** argv, const std::string& name) {
     std::fprintf(stderr, "%s: %s (see %s --help)\n", name.c_str(), e.what(), name.c_str());
     return kExitBadInput;
   }
-  return runDaemon(context);
+  std::string listen;
+  if (app.count("--metrics") > 0) {
+    std::string error;
+    const auto parsed = parseMetricsAddress(metrics, &error);
+    if (!parsed) {
+      std::fprintf(stderr, "%s: %s\n", name.c_str(), error.c_str());
+      return kExitBadInput;
+    }
+    listen = *parsed;
+  }
+  return runDaemon(context, listen);
 }
 
 }  // namespace

@@ -1,0 +1,185 @@
+// The daemon's metrics page, built from a sensor reader's passes over simulated machines and
+// collected as the web server collects it, on the virtual clock.
+#include "daemon_metrics.h"
+
+#include <map>
+#include <optional>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "corvane/dispatch/dispatch.h"
+#include "corvane/smc/smc.h"
+#include "corvane/sysinfo/system_device.h"
+#include "support/test_support.h"
+
+namespace corvane::cli {
+namespace {
+
+using Labels = std::map<std::string, std::string>;
+
+class MetricsPageTest : public ::testing::Test {
+ protected:
+  void TearDown() override {
+    reader_.reset();
+    SMCClose();
+    HWSystemDevice::reset();
+  }
+  void install(std::shared_ptr<const platform::MachineProfile> machine, bool hid, bool computed) {
+    testing::installMachine(std::move(machine), dir_.path());
+    HWSystemDevice::reset();
+    reader_ = HWSensorReader::create();
+    reader_->setShowHIDSensors(hid);
+    reader_->setShowComputedSensors(computed);
+  }
+  MetricsPage read(const std::string& machine = "Test Mac") {
+    reader_->refreshValues();
+    return buildMetricsPage({.machine = machine, .reader = reader_.get(), .sensors = &reader_->getAllSensors()});
+  }
+  // Every series of the family `name` by its "key" label (or its only one under ""): labels and value.
+  static std::map<std::string, std::pair<Labels, double>> series(const std::vector<prometheus::MetricFamily>& page,
+                                                                 const std::string& name) {
+    std::map<std::string, std::pair<Labels, double>> found;
+    for (const auto& family : page) {
+      if (family.name != name) continue;
+      for (const auto& metric : family.metric) {
+        Labels labels;
+        for (const auto& label : metric.label) labels[label.name] = label.value;
+        const double value =
+            family.type == prometheus::MetricType::Counter ? metric.counter.value : metric.gauge.value;
+        found[labels["key"]] = {labels, value};
+      }
+    }
+    return found;
+  }
+
+  testing::TempDir dir_;
+  std::shared_ptr<dispatch::VirtualTime> clock_ = dispatch::installVirtualTime(1'700'000'000.0);
+  std::shared_ptr<HWSensorReader> reader_;
+};
+
+// Each record the pass read is one series of its type's family, in the type's base unit, with
+// the labels that tell it apart; sources the reader's switches leave out are not on the page.
+TEST_F(MetricsPageTest, EachReadSensorIsOneSeriesOfItsTypesFamily) {
+  // Apple silicon with HID services, as the reader's own tests describe one.
+  const auto m1 = testing::profileFromJson(
+      R"({"name": "M1", "sysctl": {"machdep.cpu.brand_string": "Apple M1 Pro"}, "smc": [["Tp01", "sp78", "2800"]],
+          "hid": {"temperature": [["pACC MTR Temp Sensor0", 60], ["NAND CH0 temp", 35]], "voltage": []}})");
+  const auto intel = testing::builtinMachine("MacBookPro16,1");
+  const struct {
+    std::shared_ptr<const platform::MachineProfile> machine;
+    bool hid, computed;
+  } cases[] = {{intel, false, false}, {intel, false, true}, {m1, true, true}, {m1, false, false}};
+  const char* families[] = {"corvane_temperature_celsius", "corvane_fan_speed_rpm", "corvane_voltage_volts",
+                            "corvane_current_amperes", "corvane_power_watts"};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.machine->name + (c.hid ? " hid" : "") + (c.computed ? " computed" : ""));
+    SMCClose();
+    install(c.machine, c.hid, c.computed);
+    const auto page = read(c.machine->name);
+    std::size_t onPage = 0, hid = 0, computed = 0;
+    for (const auto& sensor : reader_->getAllSensors()) {
+      const auto found = series(page.readings, families[toNumber(sensor->type())]);
+      const auto it = found.find(sensor->key());
+      if (it == found.end()) continue;
+      ++onPage;
+      hid += sensor->sourceType() == SourceType::kHID;
+      computed += sensor->sourceType() == SourceType::kComputed;
+      EXPECT_EQ(it->second.second, sensor->value()) << sensor->key();
+      EXPECT_EQ(it->second.first.at("name"), sensor->name());
+      EXPECT_EQ(it->second.first.at("machine"), c.machine->name);
+    }
+    std::size_t total = 0;
+    for (const auto* name : families) total += series(page.readings, name).size();
+    EXPECT_EQ(onPage, total) << "a series on the page that no record explains";
+    EXPECT_GE(total, 1u);
+    EXPECT_EQ(hid > 0, c.hid);
+    EXPECT_EQ(computed > 0, c.computed);
+  }
+  SMCClose();
+  install(intel, false, false);
+  const auto proximity = series(read().readings, "corvane_temperature_celsius").at("TC0P");
+  EXPECT_EQ(proximity.first, (Labels{{"key", "TC0P"}, {"name", "CPU Proximity"}, {"group", "cpu"},
+                                     {"source", "smc"}, {"machine", "Test Mac"}}));
+  EXPECT_EQ(proximity.second, 0x2630 / 256.0);  // sp78 "2630" as recorded
+}
+
+// A key that stops reading leaves the page at once (its value would read 0) and its failures
+// are counted; the others stay.
+TEST_F(MetricsPageTest, ASensorThatStopsReadingLeavesThePage) {
+  auto recorded = testing::builtinMachine("MacBookPro16,1");
+  install(recorded, false, false);
+  const auto before = series(read().readings, "corvane_temperature_celsius");
+  ASSERT_EQ(before.count("TC0P"), 1u);
+
+  auto broken = std::make_shared<platform::MachineProfile>(*recorded);
+  constexpr std::uint32_t kTC0P = 'T' << 24 | 'C' << 16 | '0' << 8 | 'P';
+  for (auto& entry : broken->smc) {
+    if (entry.key == kTC0P) entry.status = static_cast<std::int32_t>(0xE00002C7);  // the driver call fails
+  }
+  SMCClose();
+  testing::installMachine(broken, dir_.path());
+  for (int pass = 1; pass <= 2; ++pass) {
+    const auto page = read();
+    const auto after = series(page.readings, "corvane_temperature_celsius");
+    EXPECT_EQ(after.count("TC0P"), 0u);
+    EXPECT_EQ(after.size(), before.size() - 1);
+    const auto errors = series(page.counters, "corvane_sensor_read_errors_total");
+    ASSERT_EQ(errors.size(), 1u);
+    EXPECT_EQ(errors.at("TC0P").second, pass);
+  }
+}
+
+// A scrape gets the last page published; once its readings are older than their expiry only the
+// counters are left.
+TEST_F(MetricsPageTest, CollectServesTheLastPageAndDropsExpiredReadings) {
+  install(testing::builtinMachine("MacBookPro16,1"), false, false);
+  MetricsCollectable collectable;
+  EXPECT_TRUE(collectable.Collect().empty());
+  auto input = MetricsInput{.machine = "m", .reader = reader_.get(), .sensors = &reader_->getAllSensors()};
+  reader_->refreshValues();
+  input.readings = 7;
+  input.fanControlMode = 2;
+  input.autoBoostActive = true;
+  input.loadAverages = HWLoadAverages{1.5, 1.0, 0.5};
+  collectable.publish(buildMetricsPage(input), clock_->now() + 6);
+  clock_->advance(std::chrono::seconds(5));
+  auto page = collectable.Collect();
+  EXPECT_EQ(series(page, "corvane_readings_total").at("").second, 7);
+  EXPECT_EQ(series(page, "corvane_fan_auto_boost_active").at("").second, 1);
+  EXPECT_EQ(series(page, "corvane_load_average").size(), 1u);  // three series, none with a key
+  EXPECT_FALSE(series(page, "corvane_temperature_celsius").empty());
+  std::map<std::string, double> modes;
+  for (const auto& family : page) {
+    if (family.name != "corvane_fan_control_mode") continue;
+    for (const auto& metric : family.metric) modes[metric.label.at(0).value] = metric.gauge.value;
+  }
+  EXPECT_EQ(modes, (std::map<std::string, double>{{"auto_boost", 1}, {"manual", 0}, {"system", 0}}));
+
+  clock_->advance(std::chrono::seconds(2));
+  page = collectable.Collect();
+  EXPECT_TRUE(series(page, "corvane_temperature_celsius").empty());
+  EXPECT_TRUE(series(page, "corvane_fan_control_mode").empty());
+  EXPECT_EQ(series(page, "corvane_readings_total").at("").second, 7);
+}
+
+TEST(MetricsAddressTest, LoopbackUnlessAnotherAddressIsNamed) {
+  const struct {
+    const char* text;
+    const char* listen;  // null: refused
+  } cases[] = {{"9101", "127.0.0.1:9101"},      {":9101", "127.0.0.1:9101"}, {"localhost:0", "127.0.0.1:0"},
+               {"0.0.0.0:80", "0.0.0.0:80"},    {"10.1.2.3:65535", "10.1.2.3:65535"},
+               {"127.0.0.1:65536", nullptr},    {"127.0.0.1:", nullptr},     {"127.0.0.1:9x", nullptr},
+               {"example.org:9101", nullptr},   {"1.2.3:80", nullptr},       {"[::1]:9101", nullptr},
+               {"", nullptr},                   {"127.0.0.1:-1", nullptr}};
+  for (const auto& c : cases) {
+    std::string error;
+    const auto listen = parseMetricsAddress(c.text, &error);
+    EXPECT_EQ(listen.value_or("refused"), c.listen != nullptr ? c.listen : "refused") << c.text;
+    EXPECT_EQ(error.empty(), c.listen != nullptr) << c.text;
+    EXPECT_EQ(error.find('\n'), std::string::npos);
+  }
+}
+
+}  // namespace
+}  // namespace corvane::cli
