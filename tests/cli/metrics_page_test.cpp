@@ -26,6 +26,7 @@ class MetricsPageTest : public ::testing::Test {
     HWSystemDevice::reset();
   }
   void install(std::shared_ptr<const platform::MachineProfile> machine, bool hid, bool computed) {
+    SMCClose();  // so that the next open reaches the new machine
     testing::installMachine(std::move(machine), dir_.path());
     HWSystemDevice::reset();
     reader_ = HWSensorReader::create();
@@ -74,7 +75,6 @@ TEST_F(MetricsPageTest, EachReadSensorIsOneSeriesOfItsTypesFamily) {
                             "corvane_current_amperes", "corvane_power_watts"};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.machine->name + (c.hid ? " hid" : "") + (c.computed ? " computed" : ""));
-    SMCClose();
     install(c.machine, c.hid, c.computed);
     const auto page = read(c.machine->name);
     std::size_t onPage = 0, hid = 0, computed = 0;
@@ -92,11 +92,9 @@ TEST_F(MetricsPageTest, EachReadSensorIsOneSeriesOfItsTypesFamily) {
     std::size_t total = 0;
     for (const auto* name : families) total += series(page.readings, name).size();
     EXPECT_EQ(onPage, total) << "a series on the page that no record explains";
-    EXPECT_GE(total, 1u);
     EXPECT_EQ(hid > 0, c.hid);
     EXPECT_EQ(computed > 0, c.computed);
   }
-  SMCClose();
   install(intel, false, false);
   const auto proximity = series(read().readings, "corvane_temperature_celsius").at("TC0P");
   EXPECT_EQ(proximity.first, (Labels{{"key", "TC0P"}, {"name", "CPU Proximity"}, {"group", "cpu"},
@@ -118,7 +116,7 @@ TEST_F(MetricsPageTest, ASensorThatStopsReadingLeavesThePage) {
     if (entry.key == kTC0P) entry.status = static_cast<std::int32_t>(0xE00002C7);  // the driver call fails
   }
   SMCClose();
-  testing::installMachine(broken, dir_.path());
+  testing::installMachine(broken, dir_.path());  // under the same reader
   for (int pass = 1; pass <= 2; ++pass) {
     const auto page = read();
     const auto after = series(page.readings, "corvane_temperature_celsius");
@@ -136,42 +134,26 @@ TEST_F(MetricsPageTest, CollectServesTheLastPageAndDropsExpiredReadings) {
   install(testing::builtinMachine("MacBookPro16,1"), false, false);
   MetricsCollectable collectable;
   EXPECT_TRUE(collectable.Collect().empty());
-  auto input = MetricsInput{.machine = "m", .reader = reader_.get(), .sensors = &reader_->getAllSensors()};
   reader_->refreshValues();
-  input.readings = 7;
-  input.fanControlMode = 2;
-  input.autoBoostActive = true;
-  input.loadAverages = HWLoadAverages{1.5, 1.0, 0.5};
-  collectable.publish(buildMetricsPage(input), clock_->now() + 6);
-  clock_->advance(std::chrono::seconds(5));
-  auto page = collectable.Collect();
-  EXPECT_EQ(series(page, "corvane_readings_total").at("").second, 7);
-  EXPECT_EQ(series(page, "corvane_fan_auto_boost_active").at("").second, 1);
-  EXPECT_EQ(series(page, "corvane_load_average").size(), 1u);  // three series, none with a key
-  EXPECT_FALSE(series(page, "corvane_temperature_celsius").empty());
-  std::map<std::string, double> modes;
-  for (const auto& family : page) {
-    if (family.name != "corvane_fan_control_mode") continue;
-    for (const auto& metric : family.metric) modes[metric.label.at(0).value] = metric.gauge.value;
+  collectable.publish(buildMetricsPage({.machine = "m", .reader = reader_.get(), .sensors = &reader_->getAllSensors(),
+                                        .cpu = {}, .loadAverages = {}, .fanControlMode = 2, .readings = 7}),
+                      clock_->now() + 6);
+  for (const bool fresh : {true, false}) {
+    clock_->advance(std::chrono::seconds(fresh ? 5 : 2));
+    const auto page = collectable.Collect();
+    EXPECT_EQ(series(page, "corvane_temperature_celsius").empty(), !fresh);
+    EXPECT_EQ(series(page, "corvane_fan_control_mode").size(), fresh ? 1u : 0u);  // three series, no key
+    EXPECT_EQ(series(page, "corvane_readings_total").at("").second, 7);
   }
-  EXPECT_EQ(modes, (std::map<std::string, double>{{"auto_boost", 1}, {"manual", 0}, {"system", 0}}));
-
-  clock_->advance(std::chrono::seconds(2));
-  page = collectable.Collect();
-  EXPECT_TRUE(series(page, "corvane_temperature_celsius").empty());
-  EXPECT_TRUE(series(page, "corvane_fan_control_mode").empty());
-  EXPECT_EQ(series(page, "corvane_readings_total").at("").second, 7);
 }
 
 TEST(MetricsAddressTest, LoopbackUnlessAnotherAddressIsNamed) {
   const struct {
     const char* text;
     const char* listen;  // null: refused
-  } cases[] = {{"9101", "127.0.0.1:9101"},      {":9101", "127.0.0.1:9101"}, {"localhost:0", "127.0.0.1:0"},
-               {"0.0.0.0:80", "0.0.0.0:80"},    {"10.1.2.3:65535", "10.1.2.3:65535"},
-               {"127.0.0.1:65536", nullptr},    {"127.0.0.1:", nullptr},     {"127.0.0.1:9x", nullptr},
-               {"example.org:9101", nullptr},   {"1.2.3:80", nullptr},       {"[::1]:9101", nullptr},
-               {"", nullptr},                   {"127.0.0.1:-1", nullptr}};
+  } cases[] = {{"9101", "127.0.0.1:9101"}, {"localhost:0", "127.0.0.1:0"}, {"0.0.0.0:80", "0.0.0.0:80"},
+               {"127.0.0.1:65536", nullptr}, {"127.0.0.1:", nullptr}, {"1.2.3:80", nullptr},
+               {"[::1]:9101", nullptr}, {"127.0.0.1:-1", nullptr}};
   for (const auto& c : cases) {
     std::string error;
     const auto listen = parseMetricsAddress(c.text, &error);
