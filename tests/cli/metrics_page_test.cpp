@@ -2,7 +2,9 @@
 // collected as the web server collects it, on the virtual clock.
 #include "daemon_metrics.h"
 
+#include <cmath>
 #include <map>
+#include <tuple>
 #include <optional>
 #include <string>
 
@@ -100,6 +102,27 @@ TEST_F(MetricsPageTest, EachReadSensorIsOneSeriesOfItsTypesFamily) {
   EXPECT_EQ(proximity.first, (Labels{{"key", "TC0P"}, {"name", "CPU Proximity"}, {"group", "cpu"},
                                      {"source", "smc"}, {"machine", "Test Mac"}}));
   EXPECT_EQ(proximity.second, 0x2630 / 256.0);  // sp78 "2630" as recorded
+}
+
+// This computer's own inputs join the same families under source "host"; one that cannot be read stays off.
+TEST_F(MetricsPageTest, HostSensorsShareTheFamilies) {
+  auto input = [](const char* chip, const char* feature, const char* label, platform::HostSensorKind kind,
+                  double value) {
+    platform::HostSensorReading reading;
+    std::tie(reading.chip, reading.feature, reading.label, reading.kind, reading.value) =
+        std::tuple(chip, feature, label, kind, value);
+    return reading;
+  };
+  const std::vector<platform::HostSensorReading> host{
+      input("coretemp-isa-0000", "temp1", "Package id 0", platform::HostSensorKind::kTemperature, 47.5),
+      input("nct6775-isa-0290", "fan2", "fan2", platform::HostSensorKind::kFan, std::nan("")),
+      input("nct6775-isa-0290", "in0", "Vcore", platform::HostSensorKind::kVoltage, 1.1)};
+  const auto page = buildMetricsPage({.machine = "m", .cpu = {}, .loadAverages = {}, .host = &host});
+  EXPECT_EQ(series(page.readings, "corvane_temperature_celsius").at("coretemp-isa-0000/temp1"),
+            std::make_pair(Labels{{"key", "coretemp-isa-0000/temp1"}, {"name", "Package id 0"}, {"group", "host"},
+                                  {"source", "host"}, {"machine", "m"}}, 47.5));
+  EXPECT_TRUE(series(page.readings, "corvane_fan_speed_rpm").empty());
+  EXPECT_EQ(series(page.readings, "corvane_voltage_volts").at("nct6775-isa-0290/in0").second, 1.1);
 }
 
 // A key that stops reading leaves the page at once (its value would read 0) and its failures

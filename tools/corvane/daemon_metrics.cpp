@@ -4,6 +4,7 @@
 
 #include <array>
 #include <charconv>
+#include <cmath>
 #include <utility>
 
 #include "corvane/dispatch/dispatch.h"
@@ -29,7 +30,6 @@ constexpr std::array<const char*, 12> kGroupLabels{"unknown", "cpu",     "gpu", 
                                                    "ssd",     "drive_bay", "battery", "power_supply", "display",   "fans"};
 constexpr std::array<const char*, 3> kSourceLabels{"smc", "hid", "computed"};
 constexpr std::array<const char*, 3> kFanModeLabels{"system", "manual", "auto_boost"};
-// A new source (this machine's own sensors, say) adds its label above and its records below.
 
 MetricFamily family(const char* name, const char* help, MetricType type) {
   MetricFamily made;
@@ -90,6 +90,18 @@ MetricsPage buildMetricsPage(const MetricsInput& input) {
       }
       if (type >= sensors.size() || !wasRead(*input.reader, *sensor)) continue;
       sensors[type].metric.push_back(gauge(sensor->value(), sensorLabels(*sensor, input.machine)));
+    }
+  }
+  if (input.host != nullptr) {
+    // The host's kinds come in the order of the sensor types, so they share the families.
+    for (const auto& reading : *input.host) {
+      const auto kind = static_cast<std::size_t>(reading.kind);
+      if (kind >= sensors.size() || std::isnan(reading.value)) continue;
+      sensors[kind].metric.push_back(gauge(reading.value, {{"key", reading.chip + "/" + reading.feature},
+                                                           {"name", reading.label},
+                                                           {"group", "host"},
+                                                           {"source", "host"},
+                                                           {"machine", input.machine}}));
     }
   }
   for (auto& made : sensors) keep(page.readings, std::move(made));

@@ -16,6 +16,7 @@
 
 #include "corvane/monitors/cpu_load_reader.h"
 #include "corvane/monitors/cpu_readers.h"
+#include "corvane/platform/host_sensors.h"
 #include "corvane/sensors/sensor_reader.h"
 
 namespace corvane::cli {
@@ -32,6 +33,9 @@ struct MetricsInput {
   bool autoBoostActive = false;          // a fan condition's fan set is in force
   std::uint64_t readings = 0;            // readings since the daemon started
   std::uint64_t saveFailures = 0;        // saves the store refused
+  // This computer's own inputs, read with the reading (null: none); source "host", group "host",
+  // keyed "chip/feature". An input that could not be read (NaN) is left out.
+  const std::vector<platform::HostSensorReading>* host = nullptr;
 };
 
 // One published page: the figures of a reading, and counters that stay true however old.

@@ -9,6 +9,7 @@
 #include "daemon_metrics.h"
 #include "corvane/dispatch/dispatch.h"
 #include "corvane/monitors/cpu_monitor.h"
+#include "corvane/platform/platform.h"
 
 namespace corvane::cli {
 namespace {
@@ -35,7 +36,10 @@ class MetricsPublisher final : public HWSensorMonitorDelegate, public HWCPUMonit
                        .fanControlMode = manager_->sensorDataStore()->fanControlMode(),
                        .autoBoostActive = controller && controller->activeFanCondition() != nullptr,
                        .readings = readings_,
-                       .saveFailures = monitor->saveFailures()};
+                       .saveFailures = monitor->saveFailures(),
+                       .host = nullptr};
+    std::string error;
+    if (host_->readings(hostReadings_, error)) input.host = &hostReadings_;
     // A reading two intervals late means the monitor has stopped: its figures leave the page.
     const auto interval = static_cast<double>(std::max<std::int64_t>(1, manager_->settingsDataStore()->updateInterval()));
     page_->publish(buildMetricsPage(input), dispatch::now() + 3 * interval);
@@ -51,6 +55,9 @@ class MetricsPublisher final : public HWSensorMonitorDelegate, public HWCPUMonit
   std::weak_ptr<HWFanController> controller_;
   std::shared_ptr<HWCPUMonitor> cpu_;
   std::optional<HWCPULoadInfo> load_;
+  // This computer's own sensors (none on a simulated machine), read afresh with every reading.
+  std::shared_ptr<platform::HostSensors> host_ = platform::HostSensors::create(platform::current());
+  std::vector<platform::HostSensorReading> hostReadings_;
   std::uint64_t readings_ = 0;
 };
 
