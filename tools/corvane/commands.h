@@ -24,6 +24,7 @@ inline constexpr int kExitBadInput = 2; // malformed arguments, profiles or dump
 struct Context {
   std::string machine;   // --machine NAME|FILE; empty for the host (or the embedded default)
   bool dynamics = false;  // --dynamics: a simulated machine's temperatures and fans move
+  std::string applesmc;   // --applesmc ROOT: the applesmc driver's files elsewhere than their own place
   int exitCode = kExitOk;
   std::string program = "corvane";  // what the messages of installPlatform() begin with
 

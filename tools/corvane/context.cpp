@@ -30,7 +30,20 @@ bool startDynamics(Context& context) {
 
 bool Context::installPlatform() {
   if (machine.empty()) {
-    platform::install(platform::native());
+    platform::NativeOptions options;
+    if (!applesmc.empty()) {
+      // Named on purpose: a folder without the driver's files is a mistake, not a reason to
+      // fall back to the simulated machine.
+      std::error_code ec;
+      if (!std::filesystem::is_regular_file(std::filesystem::path(applesmc) / "key_count", ec)) {
+        std::fprintf(stderr, "%s: no applesmc driver files in '%s' (key_count is missing)\n", program.c_str(),
+                     applesmc.c_str());
+        exitCode = kExitBadInput;
+        return false;
+      }
+      options.applesmcRoot = applesmc;
+    }
+    platform::install(platform::native(options));
     return !dynamics || startDynamics(*this);
   }
   std::string error;

@@ -22,6 +22,11 @@ int run(int argc, char** argv) {
                  "`corvane profile list` shows them); a value with a '/' or ending in .json is a "
                  "profile FILE (./NAME for a file in this folder)")
       ->type_name("NAME|FILE");
+  app.add_option("--applesmc", context.applesmc,
+                 "On Linux, read the SMC through the applesmc driver's files in ROOT rather than at their own "
+                 "place (fan changes still go through corvane-smc, which only ever uses the driver's own place)")
+      ->type_name("ROOT")
+      ->excludes("--machine");
   app.add_flag("--dynamics", context.dynamics,
                "Let the simulated machine move: temperatures follow this host's CPU load with a lag, fans "
                "ramp toward their targets (without it every read gives the recorded value)");

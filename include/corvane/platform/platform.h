@@ -112,13 +112,21 @@ struct NativeOptions {
   // are found from the real user's account entry, never from the environment, and opened only
   // where neither a symbolic link nor a file of anyone else's is on the way.
   bool untrustedCaller = false;
+  // On Linux, the folder of the applesmc driver's files; empty means the driver's own place,
+  // kApplesmcRoot. Ignored for an untrusted caller.
+  std::filesystem::path applesmcRoot;
 };
 
-// True where the operating system offers a real SMC (macOS); elsewhere native() simulates one.
+// Where Linux's applesmc driver shows the SMC of a Mac running Linux.
+inline constexpr const char* kApplesmcRoot = "/sys/devices/platform/applesmc.768";
+
+// True where the operating system offers a real SMC (macOS, or Linux with the applesmc driver at
+// its own place); elsewhere native() simulates one.
 bool hostHasSmc();
 
-// The host's own services. Where the host has no SMC (Linux on a non-Mac), the SMC is the
-// embedded default machine, or the machine another process of the product announced.
+// The host's own services. On Linux the SMC is the applesmc driver's when its folder is there;
+// where the host has no SMC (Linux on a non-Mac), the SMC is the embedded default machine, or the
+// machine another process of the product announced.
 std::shared_ptr<Platform> native(const NativeOptions& options = {});
 
 struct SimulatedOptions {

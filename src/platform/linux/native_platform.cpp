@@ -1,6 +1,6 @@
-// Linux: the product's files follow the XDG base directories. Linux offers no SMC of a Mac here,
-// so the SMC is a simulated one: the embedded default machine, or, for the helper tool, the
-// machine the calling processes announced.
+// Linux: the product's files follow the XDG base directories. On a Mac running Linux the SMC is
+// the real one, through the applesmc driver; elsewhere it is a simulated one: the embedded default
+// machine, or, for the helper tool, the machine the calling processes announced.
 #include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -11,6 +11,7 @@
 #include <string>
 
 #include "corvane/platform/platform.h"
+#include "platform/linux/applesmc_driver.h"
 #include "platform/native_files.h"
 #include "platform/posix/owned_files.h"
 #include "platform/posix/system_folders.h"
@@ -82,7 +83,7 @@ std::filesystem::path accountHome() {
 
 std::shared_ptr<FileLocations> nativeFileLocations() { return std::make_shared<XdgFileLocations>(); }
 
-bool hostHasSmc() { return false; }
+bool hostHasSmc() { return applesmcPresent(kApplesmcRoot); }
 
 std::shared_ptr<Platform> native(const NativeOptions& options) {
   std::shared_ptr<FileLocations> files;
@@ -93,6 +94,13 @@ std::shared_ptr<Platform> native(const NativeOptions& options) {
     owned = std::make_shared<posix::OwnedTree>(home, ::getuid());
   } else {
     files = nativeFileLocations();
+  }
+  // Someone not trusted does not get to name the driver's folder: only the driver's own place.
+  const std::filesystem::path smcRoot =
+      options.applesmcRoot.empty() || options.untrustedCaller ? std::filesystem::path(kApplesmcRoot) : options.applesmcRoot;
+  if (applesmcPresent(smcRoot)) {
+    return std::make_shared<Platform>(std::make_shared<ApplesmcDriver>(applesmcFolder(smcRoot)), std::move(files),
+                                      nullptr, /*simulated=*/false);
   }
   std::string source = options.followAnnouncedMachine ? sim::announcedMachine(*files, owned.get()) : std::string();
   if (source.empty()) source = std::string(kDefaultMachine);

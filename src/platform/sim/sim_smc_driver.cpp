@@ -18,7 +18,6 @@ using text::packFourCc;
 using text::unpackFourCc;
 
 constexpr uint32_t kKeyCountKey = packFourCc("#KEY");
-constexpr uint8_t kResultBadArgument = 0x89;
 
 bool isSharedKey(uint32_t key) { return (key >> 24) == 'F'; }
 
@@ -93,7 +92,7 @@ kern_return_t SimSmcDriver::call(uint32_t selector, const SMCKeyData& input, SMC
       return keyFromIndex(input, output);
     default:
       ++otherCalls_;
-      output.result = kResultBadArgument;
+      output.result = kSMCResultBadArgument;
       return 0;
   }
 }
@@ -134,7 +133,7 @@ kern_return_t SimSmcDriver::read(const SMCKeyData& input, SMCKeyData& output) {
     return 0;
   }
   if (input.keyInfo.dataSize != entry->size) {
-    output.result = kResultBadArgument;
+    output.result = kSMCResultBadArgument;
     return 0;
   }
   const std::array<uint8_t, 32> bytes = currentBytes(*entry);

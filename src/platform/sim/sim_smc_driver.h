@@ -15,21 +15,13 @@
 #include "corvane/platform/smc_driver.h"
 #include "platform/posix/file_lock.h"
 #include "platform/posix/owned_files.h"
+#include "platform/smc_statuses.h"
 
 namespace corvane::platform {
 
 namespace sim {
 class SimDynamics;
 }
-
-// IOKit statuses the simulated driver answers with, as the real driver does.
-inline constexpr kern_return_t kIOReturnBadArgument = static_cast<kern_return_t>(0xE00002C2);
-inline constexpr kern_return_t kIOReturnNotOpen = static_cast<kern_return_t>(0xE00002CD);
-inline constexpr kern_return_t kIOReturnNotFound = static_cast<kern_return_t>(0xE00002F0);
-inline constexpr kern_return_t kIOReturnUnsupported = static_cast<kern_return_t>(0xE00002C7);
-inline constexpr kern_return_t kIOReturnNotWritable = static_cast<kern_return_t>(0xE00002E2);
-// SMC result bytes.
-inline constexpr uint8_t kSMCResultKeyNotFound = 0x84;
 
 // Thread-safe. With no dynamics every read returns exactly the recorded bytes, or the bytes last
 // written; with dynamics, temperatures and fans' actual speeds move from there. Writes to fan keys (those beginning with 'F') are kept in `stateFile`, shared by every
