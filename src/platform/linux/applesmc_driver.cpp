@@ -22,6 +22,7 @@ using text::packFourCc;
 constexpr uint32_t kKeyCountKey = packFourCc("#KEY");
 // An attribute is at most a page; anything longer is not the driver talking.
 constexpr std::size_t kLongestAttribute = 4096;
+constexpr uint32_t kMostKeys = 1 << 16;
 // The characters that stand for fans 0-19 in fan keys; fan attributes count from 1.
 constexpr std::string_view kFanCharacters = "0123456789ABCDEFGHIJ";
 
@@ -137,7 +138,8 @@ kern_return_t ApplesmcDriver::walk() {
   std::string text;
   if (const int error = files_->read("key_count", text)) return error == ENOENT ? kIOReturnNotFound : statusOf(error);
   const auto count = decimal(text);
-  if (!count) return kIOReturnIOError;
+  // An SMC has a few thousand keys; a count far beyond that is not one to walk.
+  if (!count || *count > kMostKeys) return kIOReturnIOError;
   keys_.assign(*count, Key{});
   byKey_.clear();
   for (uint32_t index = 0; index < *count; ++index) {
